@@ -1,0 +1,105 @@
+#include "core/common/format.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <string_view>
+
+namespace orvane {
+namespace {
+
+// Groups the integer part of a plain decimal text in threes.
+std::string groupThousands(std::string_view digits) {
+    auto dot = digits.find('.');
+    std::string_view whole = digits.substr(0, dot);
+    std::string out;
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        if (i > 0 && (whole.size() - i) % 3 == 0) out += ',';
+        out += whole[i];
+    }
+    if (dot != std::string_view::npos) out += digits.substr(dot);
+    return out;
+}
+
+// At most `maxFraction` digits, rounded as printf rounds the binary value, trailing zeros dropped.
+std::string decimal(double value, int maxFraction) {
+    std::array<char, 64> buffer{};
+    std::snprintf(buffer.data(), buffer.size(), "%.*f", maxFraction, value);
+    std::string text(buffer.data());
+    if (text.find('.') != std::string::npos) {
+        while (text.back() == '0') text.pop_back();
+        if (text.back() == '.') text.pop_back();
+    }
+    return groupThousands(text);
+}
+
+}  // namespace
+
+std::string fmtBytes(std::int64_t bytes) {
+    if (bytes < 0) return "…";
+    if (bytes == 0) return "Zero KB";
+    if (bytes == 1) return "1 byte";
+    if (bytes < 1000) return std::to_string(bytes) + " bytes";
+
+    struct Unit {
+        const char* name;
+        double size;
+        int fraction;
+    };
+    static constexpr std::array<Unit, 6> units{{{"KB", 1e3, 0},
+                                                 {"MB", 1e6, 1},
+                                                 {"GB", 1e9, 2},
+                                                 {"TB", 1e12, 2},
+                                                 {"PB", 1e15, 2},
+                                                 {"EB", 1e18, 2}}};
+    const auto value = static_cast<double>(bytes);
+    std::size_t pick = 0;
+    // The unit is chosen by the count, before rounding: 999,999 bytes stay "1,000 KB".
+    while (pick + 1 < units.size() && value >= units[pick + 1].size) ++pick;
+    const Unit& unit = units[pick];
+    return decimal(value / unit.size, unit.fraction) + " " + unit.name;
+}
+
+std::string fmtDate(TimePoint date) {
+    std::time_t t = Clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&t, &local);
+    std::array<char, 32> buffer{};
+    std::snprintf(buffer.data(), buffer.size(), "%d/%d/%02d", local.tm_mon + 1, local.tm_mday,
+                  local.tm_year % 100);
+    return buffer.data();
+}
+
+std::string fmtAgo(TimePoint date, TimePoint now) {
+    using std::chrono::duration_cast;
+    using std::chrono::seconds;
+    const auto delta = duration_cast<seconds>(date - now).count();
+    const bool future = delta > 0;
+    const long long magnitude = std::llabs(delta);
+
+    struct Step {
+        const char* name;
+        long long seconds;
+    };
+    // Calendar months and years as the relative formatter counts them on average.
+    static constexpr std::array<Step, 7> steps{{{"year", 31'556'952},
+                                                 {"month", 2'629'746},
+                                                 {"week", 604'800},
+                                                 {"day", 86'400},
+                                                 {"hour", 3'600},
+                                                 {"minute", 60},
+                                                 {"second", 1}}};
+    const Step* step = &steps.back();
+    for (const auto& candidate : steps) {
+        if (magnitude >= candidate.seconds) {
+            step = &candidate;
+            break;
+        }
+    }
+    const long long count = magnitude / step->seconds;
+    std::string amount = std::to_string(count) + " " + step->name + (count == 1 ? "" : "s");
+    return future || delta == 0 ? "in " + amount : amount + " ago";
+}
+
+}  // namespace orvane

@@ -1,0 +1,1 @@
+#include "core/common/ov_error.hpp"

@@ -1,0 +1,123 @@
+#include "core/common/text.hpp"
+
+#include <utf8proc.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace orvane {
+namespace {
+
+// Decodes one code point at `i`; an undecodable byte reads as -1 with length 1.
+std::pair<utf8proc_int32_t, std::size_t> decodeAt(std::string_view text, std::size_t i) {
+    utf8proc_int32_t cp = -1;
+    auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + i),
+                              static_cast<utf8proc_ssize_t>(text.size() - i), &cp);
+    if (n <= 0) return {-1, 1};
+    return {cp, static_cast<std::size_t>(n)};
+}
+
+// Byte offset just past the first `limit` grapheme clusters.
+std::size_t clusterEnd(std::string_view text, std::size_t limit, std::size_t* counted) {
+    std::size_t clusters = 0;
+    std::size_t i = 0;
+    utf8proc_int32_t previous = -1;
+    utf8proc_int32_t state = 0;
+    while (i < text.size()) {
+        auto [cp, len] = decodeAt(text, i);
+        bool breaks = previous < 0 || cp < 0 || utf8proc_grapheme_break_stateful(previous, cp, &state);
+        if (breaks) {
+            if (clusters == limit) break;
+            ++clusters;
+        }
+        previous = cp;
+        if (cp < 0) state = 0;
+        i += len;
+    }
+    if (counted) *counted = clusters;
+    return i;
+}
+
+bool isWhite(utf8proc_int32_t cp) {
+    switch (cp) {
+        case 0x09: case 0x0A: case 0x0B: case 0x0C: case 0x0D: case 0x20: case 0x85: case 0xA0:
+        case 0x1680: case 0x2028: case 0x2029: case 0x202F: case 0x205F: case 0x3000:
+            return true;
+        default:
+            return cp >= 0x2000 && cp <= 0x200A;
+    }
+}
+
+}  // namespace
+
+std::string L(std::string_view /*key*/, std::string_view defaultText) {
+    return std::string(defaultText);
+}
+
+bool isValidUTF8(std::string_view text) {
+    for (std::size_t i = 0; i < text.size();) {
+        auto [cp, len] = decodeAt(text, i);
+        if (cp < 0) return false;
+        i += len;
+    }
+    return true;
+}
+
+std::string nfc(std::string_view text) {
+    if (text.empty() || !isValidUTF8(text)) return std::string(text);
+    utf8proc_uint8_t* out = nullptr;
+    auto n = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                          static_cast<utf8proc_ssize_t>(text.size()), &out,
+                          static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(out, &std::free);
+    if (n < 0) return std::string(text);
+    return std::string(reinterpret_cast<const char*>(out), static_cast<std::size_t>(n));
+}
+
+std::size_t characterCount(std::string_view text) {
+    std::size_t counted = 0;
+    clusterEnd(text, static_cast<std::size_t>(-1), &counted);
+    return counted;
+}
+
+std::string clipCharacters(std::string_view text, std::size_t limit) {
+    return std::string(text.substr(0, clusterEnd(text, limit, nullptr)));
+}
+
+std::string trimWhitespace(std::string_view text) {
+    std::size_t begin = 0;
+    while (begin < text.size()) {
+        auto [cp, len] = decodeAt(text, begin);
+        if (cp < 0 || !isWhite(cp)) break;
+        begin += len;
+    }
+    std::size_t end = text.size();
+    while (end > begin) {
+        // Step back to the start of the last code point.
+        std::size_t start = end - 1;
+        while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+        auto [cp, len] = decodeAt(text, start);
+        if (cp < 0 || start + len != end || !isWhite(cp)) break;
+        end = start;
+    }
+    return std::string(text.substr(begin, end - begin));
+}
+
+std::string lowercased(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        auto [cp, len] = decodeAt(text, i);
+        if (cp < 0) {
+            out += text[i];
+        } else {
+            utf8proc_uint8_t buffer[4];
+            auto n = utf8proc_encode_char(utf8proc_tolower(cp), buffer);
+            out.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(n));
+        }
+        i += len;
+    }
+    return out;
+}
+
+}  // namespace orvane

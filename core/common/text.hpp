@@ -1,0 +1,33 @@
+// Text as the user reads it: display strings, Unicode normal form, and counting by
+// user-perceived characters rather than bytes.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace orvane {
+
+// A display text by key. This build carries no string table, so the default stands.
+std::string L(std::string_view key, std::string_view defaultText);
+
+// Canonical composition (NFC). Text that is not valid UTF-8 comes back unchanged.
+std::string nfc(std::string_view text);
+
+// The number of user-perceived characters (extended grapheme clusters). Invalid UTF-8
+// counts one character per byte that does not decode.
+std::size_t characterCount(std::string_view text);
+
+// The first `limit` user-perceived characters, never cutting one in half.
+std::string clipCharacters(std::string_view text, std::size_t limit);
+
+// White space and newlines trimmed from both ends (Unicode's White_Space set).
+std::string trimWhitespace(std::string_view text);
+
+// Unicode lower case, code point by code point; invalid UTF-8 bytes are kept as they are.
+std::string lowercased(std::string_view text);
+
+// Whether the text is well-formed UTF-8.
+bool isValidUTF8(std::string_view text);
+
+}  // namespace orvane

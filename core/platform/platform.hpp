@@ -1,0 +1,72 @@
+// The few system calls whose form differs between Linux and macOS. Everything the rest of the
+// tree needs from the kernel beyond plain POSIX goes through here; README.md lists the calls.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace orvane::platform {
+
+// File flags as macOS's st_flags carries them; on Linux no file has any.
+inline constexpr std::uint32_t kFlagCompressed = 0x00000020;  // UF_COMPRESSED
+inline constexpr std::uint32_t kFlagRestricted = 0x00080000;  // SF_RESTRICTED: System Integrity Protection
+inline constexpr std::uint32_t kFlagNoUnlink = 0x00100000;    // SF_NOUNLINK
+
+// What lstat/fstat tell of one directory entry.
+struct FileFacts {
+    std::uint32_t mode = 0;  // type and permission bits, as st_mode
+    std::uint32_t uid = 0;
+    std::uint32_t gid = 0;
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t linkCount = 0;
+    std::int64_t size = 0;
+    std::int64_t allocatedBytes = 0;  // st_blocks * 512
+    std::int64_t modifiedSeconds = 0;  // since the Unix epoch
+    std::uint32_t flags = 0;           // kFlag* bits
+
+    bool isDirectory() const;
+    bool isSymlink() const;
+    bool isRegularFile() const;
+    bool operator==(const FileFacts&) const = default;
+};
+
+// lstat: the entry itself, links not followed. None when the call fails.
+std::optional<FileFacts> lstatFacts(const std::string& path);
+// stat: links followed.
+std::optional<FileFacts> statFacts(const std::string& path);
+// fstat of an open descriptor.
+std::optional<FileFacts> fstatFacts(int fd);
+// fstatat(dirFD, name, AT_SYMLINK_NOFOLLOW): an entry of an open folder, links not followed.
+std::optional<FileFacts> entryFacts(int dirFD, const std::string& name);
+
+// The path the kernel holds for an open descriptor (F_GETPATH on macOS, /proc/self/fd on Linux).
+// None when the kernel has no path for it, for instance once the file was removed.
+std::optional<std::string> descriptorPath(int fd);
+
+// Renames `from` in `fromDirFD` to `to` in `toDirFD` only if `to` does not exist, atomically
+// (renameatx_np RENAME_EXCL, renameat2 RENAME_NOREPLACE). 0 on success, else the errno:
+// EEXIST when the destination is taken.
+int renameNoReplace(int fromDirFD, const std::string& from, int toDirFD, const std::string& to);
+
+// The file system a path lives on, as statfs reports it (links followed).
+struct MountFacts {
+    std::string mountPoint;      // f_mntonname
+    std::string fileSystemType;  // f_fstypename: "apfs", "ext4", ...
+    std::string device;          // f_mntfromname
+    bool operator==(const MountFacts&) const = default;
+};
+// None when the path cannot be reached.
+std::optional<MountFacts> mountOf(const std::string& path);
+
+// Whether this system keeps /tmp, /var and /etc under "/private" (macOS does).
+bool hasPrivateFolder();
+
+// The comparison form of a path puts "/private" before /tmp, /var and /etc as macOS does. On a
+// system without "/private" that folder does not exist, so before a walk on the disk the added
+// prefix is taken off again; elsewhere the path comes back unchanged.
+std::string walkablePath(std::string_view canonicalPath);
+
+}  // namespace orvane::platform
