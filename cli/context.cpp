@@ -1,0 +1,36 @@
+#include "cli/context.hpp"
+
+#include <cstdio>
+#include <iostream>
+
+#include "core/common/json_files.hpp"
+
+namespace orvane::cli {
+
+void printJSON(const nlohmann::ordered_json& document) {
+    std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+void printError(const std::string& sentence) { std::cerr << "orvane: " << sentence << '\n'; }
+
+Input readInput(const std::string& fileOrDash, std::size_t limitBytes) {
+    std::string text;
+    if (fileOrDash == "-") {
+        char buffer[65536];
+        std::size_t n;
+        while ((n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0) {
+            text.append(buffer, n);
+            if (text.size() > limitBytes) break;
+        }
+    } else {
+        auto content = readFile(fileOrDash);
+        if (!content) return {std::nullopt, "Cannot read " + fileOrDash + "."};
+        text = std::move(*content);
+    }
+    if (text.size() > limitBytes)
+        return {std::nullopt, "The input is larger than " + std::to_string(limitBytes / (1024 * 1024)) +
+                                  " MiB, more than any plan needs."};
+    return {std::move(text), {}};
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,40 @@
+// What every command shares: the global options, and how results and errors are printed.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <optional>
+#include <string>
+
+namespace orvane::cli {
+
+// Exit statuses of every command.
+enum Exit : int {
+    kDone = 0,      // done, or allowed
+    kRefused = 1,   // refused, or a negative answer
+    kBadInput = 2,  // bad usage or bad input
+};
+
+struct Context {
+    std::string ledgerDir;  // --ledger-dir: where the ledger lives instead of its usual folder
+    int exitCode = kDone;   // set by the command that ran
+};
+
+// Prints `document` on stdout as indented JSON, one document per run.
+void printJSON(const nlohmann::ordered_json& document);
+
+// One sentence on stderr, prefixed with the program's name.
+void printError(const std::string& sentence);
+
+// The contents of FILE, or of standard input for "-"; an error sentence when it cannot be read.
+struct Input {
+    std::optional<std::string> text;
+    std::string error;
+};
+Input readInput(const std::string& fileOrDash, std::size_t limitBytes);
+
+void addPlanCommands(CLI::App& app, Context& context);
+void addScanCommand(CLI::App& app, Context& context);
+
+}  // namespace orvane::cli
