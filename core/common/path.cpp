@@ -37,7 +37,7 @@ std::string home(std::string_view component) {
     std::string dir;
     if (const char* env = std::getenv("HOME"); env && env[0] == '/') dir = env;
     if (dir.empty()) dir = passwdHome(nullptr);
-    if (dir.empty()) dir = "/";
+    if (dir.empty()) dir.push_back('/');
     return component.empty() ? standardizePath(dir, [](const std::string&) { return false; })
                              : appendingPathComponent(dir, component);
 }

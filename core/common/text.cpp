@@ -2,7 +2,9 @@
 
 #include <utf8proc.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 namespace orvane {
@@ -55,7 +57,21 @@ std::string L(std::string_view /*key*/, std::string_view defaultText) {
 }
 
 bool isValidUTF8(std::string_view text) {
-    for (std::size_t i = 0; i < text.size();) {
+    // Tool output is mostly ASCII and can be large: skip eight plain bytes at a time.
+    const std::size_t n = text.size();
+    for (std::size_t i = 0; i < n;) {
+        if (i + 8 <= n) {
+            std::uint64_t word;
+            std::memcpy(&word, text.data() + i, 8);
+            if ((word & 0x8080808080808080ULL) == 0) {
+                i += 8;
+                continue;
+            }
+        }
+        if (static_cast<unsigned char>(text[i]) < 0x80) {
+            ++i;
+            continue;
+        }
         auto [cp, len] = decodeAt(text, i);
         if (cp < 0) return false;
         i += len;

@@ -7,17 +7,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/common/json_files.hpp"
+#include "tests/cli/run_orvane.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
 
 class PlanCheck : public ::testing::Test {
 protected:
@@ -27,17 +21,10 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    Outcome run(const std::string& plan, const std::string& extra = "") {
+    orvane::testing::Outcome run(const std::string& plan, const std::string& extra = "") {
         const std::string planFile = dir_ + "/plan.json";
         std::ofstream(planFile, std::ios::binary) << plan;
-        const std::string command = std::string(ORVANE_BINARY) + " plan check " + planFile + " " + extra +
-                                    " >" + dir_ + "/out 2>" + dir_ + "/err";
-        Outcome r;
-        int raw = std::system(command.c_str());
-        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-        r.out = orvane::readFile(dir_ + "/out").value_or("");
-        r.err = orvane::readFile(dir_ + "/err").value_or("");
-        return r;
+        return orvane::testing::runOrvane("plan check " + planFile + " " + extra, dir_);
     }
 
     std::string dir_;
@@ -99,8 +86,7 @@ TEST_F(PlanCheck, MalformedPlansGetOneSentenceAndStatusTwo) {
     EXPECT_NE(run("[{\"removePath\":{\"_0\":\"/a/b\"}},{\"nothingKnown\":{}}]").err.find("Step 2"), std::string::npos);
     EXPECT_EQ(run("[]", "--no-such-flag").status, 2);
 
-    auto missing = std::system((std::string(ORVANE_BINARY) + " plan check /nonexistent/plan.json 2>/dev/null").c_str());
-    EXPECT_EQ(WEXITSTATUS(missing), 2);
+    EXPECT_EQ(orvane::testing::runOrvane("plan check /nonexistent/plan.json", dir_).status, 2);
 }
 
 }  // namespace

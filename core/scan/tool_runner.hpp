@@ -1,0 +1,61 @@
+// The one way the system starts a program: no shell, no PATH search, both pipes drained at once,
+// a bounded run time, and a result instead of an exception whatever happens.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+// What happens to a tool's standard error.
+enum class ToolErrors {
+    discarded,  // to the null device
+    merged,     // into the standard output pipe, so its text is in `lines`
+    separate,   // a pipe of its own, read into `errLines`
+};
+
+struct ToolResult {
+    std::vector<std::string> lines;     // standard output, split, empty pieces dropped
+    std::vector<std::string> errLines;  // standard error split on line feeds; only with `separate`
+    bool timedOut = false;              // the run hit its time limit and was stopped
+    std::int32_t status = -1;  // exit code, or the signal that ended it; -1: not started or given up on
+    bool operator==(const ToolResult&) const = default;
+};
+
+// Runs `tool` (an absolute path) with `args`, inheriting the environment, with standard input on
+// the null device. Past `timeout` seconds the tool gets SIGTERM, and SIGKILL 3 seconds later. If
+// its output is still open 4.5 seconds after the deadline (a grandchild holds the pipe), the run
+// is given up: no lines, `timedOut`, status -1. Output that is not valid UTF-8 yields no lines at
+// all rather than a partial, possibly wrong answer. Blocks the caller; safe from any thread.
+ToolResult runToolSplit(const std::string& tool, const std::vector<std::string>& args, double timeout,
+                        bool nulDelimited, ToolErrors errors);
+
+struct ToolRun {
+    std::vector<std::string> lines;
+    bool timedOut = false;
+    std::int32_t status = -1;
+    bool operator==(const ToolRun&) const = default;
+};
+// Standard error merged into the lines when `captureErrors`, discarded otherwise.
+ToolRun runToolFull(const std::string& tool, const std::vector<std::string>& args, double timeout,
+                    bool nulDelimited, bool captureErrors);
+
+// Lines of standard output; standard error discarded.
+std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout);
+std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout,
+                                 bool& timedOut);
+
+// /usr/bin/find with NUL-delimited output (give it -print0), so names holding line feeds stay whole.
+std::vector<std::string> runFind(const std::vector<std::string>& args, double timeout);
+
+// Runs to the end with no time limit, output and errors on the null device. The termination
+// status, or -1 when the tool could not be started.
+std::int32_t runStatus(const std::string& tool, const std::vector<std::string>& args);
+
+// Splits decoded tool output the way the runner does: on NUL, or on line feeds where a line feed
+// directly after a carriage return is part of one "\r\n" character and ends nothing. Empty pieces
+// are dropped.
+std::vector<std::string> splitToolOutput(std::string_view text, bool nulDelimited);
+
+}  // namespace orvane
