@@ -2,10 +2,13 @@
 // tree needs from the kernel beyond plain POSIX goes through here; README.md lists the calls.
 #pragma once
 
+#include <spawn.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvane::platform {
 
@@ -61,6 +64,29 @@ struct MountFacts {
 // None when the path cannot be reached.
 std::optional<MountFacts> mountOf(const std::string& path);
 
+// Makes a spawned child close every descriptor above standard error, whatever its close-on-exec
+// flag: a library that opened one without O_CLOEXEC must not leak it into a tool.
+// (posix_spawn_file_actions_addclosefrom_np on Linux, POSIX_SPAWN_CLOEXEC_DEFAULT on macOS.)
+// False when the system cannot do it.
+bool closeOtherDescriptorsInChild(posix_spawn_file_actions_t* actions, posix_spawnattr_t* attributes);
+
+// Asks for a larger pipe buffer (1 MiB) where the system allows one; nothing happens elsewhere.
+void enlargePipe(int fd);
+
+// Who is at the other end of a connected local socket, as the kernel says: the user id it
+// connected with (never anything the peer says) and the executable it runs now. None when this
+// cannot be established, or when the process that connected is no longer the one examined
+// (it ended and its pid was given to another).
+struct SocketPeer {
+    std::uint32_t uid = 0;
+    std::int64_t pid = 0;
+    std::uint64_t executableDevice = 0;
+    std::uint64_t executableInode = 0;
+    std::string executablePath;
+    bool operator==(const SocketPeer&) const = default;
+};
+std::optional<SocketPeer> socketPeer(int socketFD);
+
 // Whether this system keeps /tmp, /var and /etc under "/private" (macOS does).
 bool hasPrivateFolder();
 
@@ -68,5 +94,19 @@ bool hasPrivateFolder();
 // system without "/private" that folder does not exist, so before a walk on the disk the added
 // prefix is taken off again; elsewhere the path comes back unchanged.
 std::string walkablePath(std::string_view canonicalPath);
+
+// Whether /usr/bin/git is a stand-in that asks to install the developer tools when started
+// (macOS), so that `xcode-select -p` must succeed before git is run. Where it is false, git may
+// be asked when /usr/bin/git is an executable file.
+bool gitNeedsDeveloperTools();
+
+// Folders beyond the vendor table's own where this system's package managers put command-line
+// tools, tried after the table's candidates. Entries under the home are built from `home`.
+std::vector<std::string> extraToolFolders(std::string_view home);
+
+// The running user's folder of temporary items: the parent of NSTemporaryDirectory() on macOS
+// (a per-user folder), the temporary folder itself elsewhere, since the parent of a shared /tmp
+// is "/". No trailing "/".
+std::string userTempRoot();
 
 }  // namespace orvane::platform

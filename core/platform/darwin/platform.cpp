@@ -1,13 +1,22 @@
 // macOS: F_GETPATH, renameatx_np(RENAME_EXCL), statfs's own mount fields, st_flags.
 // Kept small and plain: it is not compiled on the Linux machines that build and test the tree.
 #include <fcntl.h>
+#include <spawn.h>
 #include <stdio.h>
+#include <libproc.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/ucred.h>
+#include <sys/un.h>
 #include <sys/param.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "core/platform/platform.hpp"
 
@@ -44,6 +53,45 @@ std::optional<MountFacts> mountOf(const std::string& path) {
     return MountFacts{fs.f_mntonname, fs.f_fstypename, fs.f_mntfromname};
 }
 
+bool closeOtherDescriptorsInChild(posix_spawn_file_actions_t*, posix_spawnattr_t* attributes) {
+    short flags = 0;
+    if (posix_spawnattr_getflags(attributes, &flags) != 0) return false;
+    return posix_spawnattr_setflags(attributes, static_cast<short>(flags | POSIX_SPAWN_CLOEXEC_DEFAULT)) == 0;
+}
+
+void enlargePipe(int) {}  // macOS grows a pipe's buffer by itself as a writer fills it
+
+std::optional<SocketPeer> socketPeer(int socketFD) {
+    struct xucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(socketFD, SOL_LOCAL, LOCAL_PEERCRED, &credentials, &length) != 0) return std::nullopt;
+    pid_t pid = 0;
+    length = sizeof pid;
+    if (::getsockopt(socketFD, SOL_LOCAL, LOCAL_PEERPID, &pid, &length) != 0 || pid <= 0) return std::nullopt;
+    char path[PROC_PIDPATHINFO_MAXSIZE];
+    if (::proc_pidpath(pid, path, sizeof path) <= 0) return std::nullopt;
+    struct stat exe{};
+    if (::stat(path, &exe) != 0) return std::nullopt;
+    return SocketPeer{credentials.cr_uid, pid, static_cast<std::uint64_t>(exe.st_dev),
+                      static_cast<std::uint64_t>(exe.st_ino), path};
+}
+
 bool hasPrivateFolder() { return true; }
+
+bool gitNeedsDeveloperTools() { return true; }  // /usr/bin/git is the developer tools' stand-in
+
+std::vector<std::string> extraToolFolders(std::string_view) { return {}; }  // the table knows macOS
+
+std::string userTempRoot() {
+    std::string dir;
+    char buffer[PATH_MAX];
+    const size_t n = ::confstr(_CS_DARWIN_USER_TEMP_DIR, buffer, sizeof buffer);
+    if (n > 0 && n <= sizeof buffer) dir = buffer;
+    else if (const char* env = std::getenv("TMPDIR"); env && env[0] == '/') dir = env;
+    else dir = "/tmp";
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    const auto slash = dir.rfind('/');
+    return slash == 0 || slash == std::string::npos ? std::string(1, '/') : dir.substr(0, slash);
+}
 
 }  // namespace orvane::platform

@@ -1,7 +1,9 @@
 // Linux: /proc for descriptor paths and the mount table, renameat2 for an exclusive rename.
 #include <fcntl.h>
+#include <spawn.h>
 #include <linux/fs.h>
 #include <sys/stat.h>
+#include <sys/socket.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -64,9 +66,74 @@ std::optional<MountFacts> mountOf(const std::string& path) {
     return MountFacts{entry->mountPoint, entry->fileSystemType, entry->source};
 }
 
+bool closeOtherDescriptorsInChild(posix_spawn_file_actions_t* actions, posix_spawnattr_t*) {
+    return posix_spawn_file_actions_addclosefrom_np(actions, 3) == 0;
+}
+
+void enlargePipe(int fd) { (void)::fcntl(fd, F_SETPIPE_SZ, 1 << 20); }
+
+namespace {
+
+#ifndef SO_PEERPIDFD
+#define SO_PEERPIDFD 77
+#endif
+
+// Whether the process behind a pidfd still runs: once it has ended its pid may be reused, and
+// whatever was read under that pid belongs to someone else.
+bool stillRunning(int pidfd) {
+    return ::syscall(SYS_pidfd_send_signal, pidfd, 0, nullptr, 0) == 0;
+}
+
+}  // namespace
+
+std::optional<SocketPeer> socketPeer(int socketFD) {
+    struct ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(socketFD, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 || credentials.pid <= 0)
+        return std::nullopt;
+    // The kernel's handle on the very process that connected (kernels from 6.5); older kernels
+    // get one by pid at once, which leaves only the instant between connect and this call.
+    int pidfd = -1;
+    length = sizeof pidfd;
+    if (::getsockopt(socketFD, SOL_SOCKET, SO_PEERPIDFD, &pidfd, &length) != 0)
+        pidfd = static_cast<int>(::syscall(SYS_pidfd_open, credentials.pid, 0));
+    if (pidfd < 0) return std::nullopt;
+
+    std::optional<SocketPeer> peer;
+    const std::string proc = "/proc/" + std::to_string(credentials.pid);
+    int procFD = ::open(proc.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (procFD >= 0) {
+        struct stat exe{};
+        char target[PATH_MAX + 1];
+        ssize_t n = ::readlinkat(procFD, "exe", target, PATH_MAX);
+        if (n > 0 && ::fstatat(procFD, "exe", &exe, 0) == 0 && stillRunning(pidfd)) {
+            peer = SocketPeer{credentials.uid, credentials.pid, static_cast<std::uint64_t>(exe.st_dev),
+                              static_cast<std::uint64_t>(exe.st_ino), std::string(target, static_cast<std::size_t>(n))};
+        }
+        ::close(procFD);
+    }
+    ::close(pidfd);
+    return peer;
+}
+
 bool hasPrivateFolder() {
     struct stat st{};
     return ::lstat("/private", &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool gitNeedsDeveloperTools() { return false; }
+
+std::vector<std::string> extraToolFolders(std::string_view home) {
+    std::vector<std::string> folders = {"/usr/bin", "/usr/local/bin", "/home/linuxbrew/.linuxbrew/bin", "/snap/bin"};
+    if (!home.empty() && home != "/") folders.push_back(std::string(home) + "/.local/bin");
+    return folders;
+}
+
+std::string userTempRoot() {
+    std::string dir = "/tmp";
+    if (const char* env = std::getenv("TMPDIR"); env && env[0] == '/') dir = env;
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    return dir;
 }
 
 }  // namespace orvane::platform

@@ -1,0 +1,249 @@
+// The daemon as it runs: a real process on a real socket, real clients, real callers.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "core/common/json_files.hpp"
+#include "core/privileged/wire.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using orvane::wire::Exchange;
+
+std::string selfPath() { return fs::read_symlink("/proc/self/exe").string(); }
+
+// One running daemon, stopped when the test ends.
+class Daemon {
+public:
+    Daemon(const std::string& dir, const std::string& name, const std::vector<std::string>& clients) {
+        socket_ = dir + "/" + name + ".sock";
+        log_ = dir + "/" + name + ".log";
+        std::vector<std::string> args = {ORVANE_HELPER_BINARY, "--socket", socket_, "--log", log_};
+        for (const auto& c : clients) {
+            args.push_back("--allow-client");
+            args.push_back(c);
+        }
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            std::vector<char*> argv;
+            for (auto& a : args) argv.push_back(a.data());
+            argv.push_back(nullptr);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
+        }
+        for (int i = 0; i < 200 && !fs::exists(socket_); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ~Daemon() {
+        ::kill(pid_, SIGTERM);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+    }
+    const std::string& socket() const { return socket_; }
+    const std::string& log() const { return log_; }
+    pid_t pid() const { return pid_; }
+    std::size_t openDescriptors() const {
+        const std::string fds = "/proc/" + std::to_string(pid_) + "/fd";
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(fds), fs::directory_iterator{}));
+    }
+
+private:
+    std::string socket_, log_;
+    pid_t pid_ = -1;
+};
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+};
+
+// Runs the real front end, optionally as another user.
+Outcome orvane(const std::vector<std::string>& args, const std::string& dir, std::optional<uid_t> as = std::nullopt) {
+    const std::string outPath = dir + "/client.out";
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        ::dup2(out, 1);
+        if (as) {
+            if (::setgid(*as) != 0 || ::setuid(*as) != 0) ::_exit(126);
+        }
+        std::vector<std::string> all = {ORVANE_BINARY};
+        all.insert(all.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& a : all) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    int raw = 0;
+    ::waitpid(pid, &raw, 0);
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, orvane::readFile(outPath).value_or("")};
+}
+
+class DaemonTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) GTEST_SKIP() << "the daemon's tests run as root (CI does); skipped here";
+        char pattern[] = "/tmp/orvane-daemon-XXXXXX";
+        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        fs::permissions(dir_, fs::perms::all);  // other users' clients write their output here
+    }
+    void TearDown() override {
+        if (!dir_.empty()) fs::remove_all(dir_);
+    }
+    std::string dir_;
+};
+
+std::vector<std::string> logLines(const std::string& path) {
+    std::vector<std::string> out;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) out.push_back(line.substr(line.find("] ") + 2));
+    return out;
+}
+
+TEST_F(DaemonTest, EndToEndThroughTheFrontEnd) {
+    Daemon daemon(dir_, "main", {ORVANE_BINARY});
+    ASSERT_TRUE(fs::exists(daemon.socket()));
+    struct stat st{};
+    ASSERT_EQ(::stat(daemon.socket().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0666u);
+
+    auto version = orvane({"helper", "version", "--socket", daemon.socket()}, dir_);
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "6\n");
+
+    std::ofstream(dir_ + "/doomed") << "x";
+    auto removed = orvane({"helper", "perform", R"({"removePath":{"_0":")" + dir_ + R"(/doomed"}})", "--socket",
+                           daemon.socket()},
+                          dir_);
+    EXPECT_EQ(removed.status, 0);
+    EXPECT_EQ(removed.out, "");
+    EXPECT_FALSE(fs::exists(dir_ + "/doomed"));
+
+    fs::create_directories(dir_ + "/real");
+    std::ofstream(dir_ + "/real/kept") << "x";
+    fs::create_directory_symlink(dir_ + "/real", dir_ + "/link");
+    auto refused = orvane({"helper", "perform", R"({"removePath":{"_0":")" + dir_ + R"(/link/kept"}})", "--socket",
+                           daemon.socket()},
+                          dir_);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "pathTraversesSymlink\n");
+    EXPECT_TRUE(fs::exists(dir_ + "/real/kept"));
+
+    auto unknown = orvane({"helper", "perform", R"({"nothingKnown":{}})", "--socket", daemon.socket()}, dir_);
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.out, "operationFailed\n");
+
+    EXPECT_EQ(logLines(daemon.log()),
+              (std::vector<std::string>{"OK removePath(\"" + dir_ + "/doomed\")",
+                                        "REFUSED pathTraversesSymlink — removePath(\"" + dir_ + "/link/kept\")"}));
+    ASSERT_EQ(::stat(daemon.log().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+
+    EXPECT_EQ(orvane({"helper", "version", "--socket", dir_ + "/nobody-here.sock"}, dir_).status, 2);
+}
+
+TEST_F(DaemonTest, TheCallerIsWhoTheKernelSays) {
+    Daemon daemon(dir_, "uid", {ORVANE_BINARY});
+    // A file of another user, asked for by "nobody": refused by ownership, whatever the request says.
+    std::ofstream(dir_ + "/theirs") << "x";
+    ASSERT_EQ(::chown((dir_ + "/theirs").c_str(), 4242, 4242), 0);
+    auto asNobody = orvane({"helper", "perform", R"({"removePath":{"_0":")" + dir_ + R"(/theirs"}})", "--socket",
+                            daemon.socket()},
+                           dir_, 65534);
+    EXPECT_EQ(asNobody.status, 1);
+    EXPECT_EQ(asNobody.out, "pathNotAllowed\n");
+    EXPECT_TRUE(fs::exists(dir_ + "/theirs"));
+    auto chownToRoot = orvane({"helper", "perform",
+                               R"({"moveAside":{"path":")" + dir_ + R"(/theirs","to":")" + dir_ + R"(/mine","chownTo":0}})",
+                               "--socket", daemon.socket()},
+                              dir_, 65534);
+    EXPECT_EQ(chownToRoot.out, "pathNotAllowed\n");
+    EXPECT_EQ(logLines(daemon.log()).front(), "REFUSED pathNotAllowed — removePath(\"" + dir_ + "/theirs\")");
+}
+
+TEST_F(DaemonTest, APeerThatIsNotAnAllowedClientGetsNothing) {
+    Daemon daemon(dir_, "strict", {ORVANE_BINARY});
+    orvane::wire::HelperConnection connection(daemon.socket());
+    ASSERT_TRUE(connection.connected());
+    Exchange answer = connection.ask(orvane::wire::kVersion);
+    EXPECT_TRUE(std::holds_alternative<orvane::wire::NoAnswer>(answer));
+    EXPECT_FALSE(fs::exists(daemon.log()));  // no log line for a refused peer
+}
+
+TEST_F(DaemonTest, BadFramesEndOnlyTheirConnection) {
+    Daemon daemon(dir_, "frames", {ORVANE_BINARY, selfPath()});
+    auto rawConnection = [&] {
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, daemon.socket().c_str());
+        EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        return fd;
+    };
+    auto closedWithoutReply = [](int fd) {
+        char byte;
+        ssize_t n = ::recv(fd, &byte, 1, 0);
+        ::close(fd);
+        return n == 0;
+    };
+    // Larger than 1 MiB: announced, never read.
+    int big = rawConnection();
+    const unsigned char header[4] = {0x00, 0x10, 0x00, 0x01};
+    ASSERT_EQ(::send(big, header, 4, MSG_NOSIGNAL), 4);
+    EXPECT_TRUE(closedWithoutReply(big));
+    // An unknown method.
+    int odd = rawConnection();
+    orvane::wire::writeFrame(odd, "Xhello");
+    EXPECT_TRUE(closedWithoutReply(odd));
+    // A truncated frame.
+    int cut = rawConnection();
+    const unsigned char partial[6] = {0x00, 0x00, 0x00, 0x20, 'P', '{'};
+    ASSERT_EQ(::send(cut, partial, 6, MSG_NOSIGNAL), 6);
+    ::shutdown(cut, SHUT_WR);
+    EXPECT_TRUE(closedWithoutReply(cut));
+
+    // Others are served all along, in order, many requests on one connection.
+    orvane::wire::HelperConnection good(daemon.socket());
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(std::get<std::optional<std::string>>(good.ask(orvane::wire::kVersion)), "6");
+        EXPECT_EQ(std::get<std::optional<std::string>>(good.ask(orvane::wire::kPerform, R"({"removePath":{"_0":"x"}})")),
+                  "notAbsolutePath");
+    }
+}
+
+TEST_F(DaemonTest, NoDescriptorIsLeftOpenAfterThousandsOfRequests) {
+    Daemon daemon(dir_, "leaks", {ORVANE_BINARY, selfPath()});
+    { orvane::wire::HelperConnection warmUp(daemon.socket()); (void)warmUp.ask(orvane::wire::kVersion); }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const std::size_t before = daemon.openDescriptors();
+    for (int c = 0; c < 40; ++c) {
+        orvane::wire::HelperConnection connection(daemon.socket());
+        for (int i = 0; i < 50; ++i) {
+            std::ofstream(dir_ + "/f") << "x";
+            (void)connection.ask(orvane::wire::kPerform, R"({"removePath":{"_0":")" + dir_ + R"(/f"}})");
+            (void)connection.ask(orvane::wire::kPerform, R"({"removePath":{"_0":")" + dir_ + R"(/link/x"}})");
+            (void)connection.ask(orvane::wire::kPerform, "{broken");
+        }
+    }
+    std::size_t after = 0;
+    for (int i = 0; i < 100; ++i) {  // the connection threads close as they end
+        after = daemon.openDescriptors();
+        if (after <= before) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(after, before);
+}
+
+}  // namespace

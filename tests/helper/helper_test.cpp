@@ -1,0 +1,147 @@
+// The request road inside one connection: decode, home, validate, run, log, reply.
+#include "helper/helper.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "core/common/json_files.hpp"
+#include "core/scan/tool_runner.hpp"
+#include "helper/helper_log.hpp"
+
+namespace orvane::helper {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Road : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/orvane-road-XXXXXX";
+        root_ = fs::canonical(mkdtemp(pattern)).string();
+        log_ = root_ + "/helper.log";
+    }
+    void TearDown() override { fs::remove_all(root_); }
+
+    Helper helper(std::uint32_t uid) {
+        HelperSettings settings;
+        settings.logPath = log_;
+        settings.homeOf = [this](std::uint32_t u) -> std::optional<std::string> {
+            if (u == 4'000'000) return std::nullopt;
+            return root_;
+        };
+        settings.operations.runSplit = [this](const std::string& tool, const std::vector<std::string>&, double, bool,
+                                              ToolErrors) {
+            ranTools_.push_back(tool);
+            return ToolResult{{"tool says no"}, {}, false, 1};
+        };
+        return Helper(uid, settings);
+    }
+    // The log's records with their time stamps checked and taken off.
+    std::vector<std::string> records() const {
+        std::vector<std::string> out;
+        auto text = readFile(log_);
+        if (!text) return out;
+        static const std::regex stamp(R"(^\[\d{4}-\d{2}-\d{2}T\d{2}:\d{2}:\d{2}Z\] (.*)$)");
+        std::size_t start = 0;
+        while (start < text->size()) {
+            auto end = text->find('\n', start);
+            EXPECT_NE(end, std::string::npos) << "a record without its line end";
+            if (end == std::string::npos) break;
+            std::smatch m;
+            std::string line = text->substr(start, end - start);
+            EXPECT_TRUE(std::regex_match(line, m, stamp)) << line;
+            out.push_back(m[1]);
+            start = end + 1;
+        }
+        return out;
+    }
+
+    std::string root_, log_;
+    std::vector<std::string> ranTools_;
+};
+
+TEST_F(Road, EveryShapeOfReplyAndItsRecord) {
+    const auto me = static_cast<std::uint32_t>(getuid());
+    auto h = helper(me);
+    std::ofstream(root_ + "/doomed") << "x";
+    fs::create_directory_symlink(root_, root_ + "/link");
+
+    EXPECT_EQ(h.version(), "6");
+    EXPECT_EQ(h.perform(R"({"removePath":{"_0":")" + root_ + R"(/doomed"}})"), std::nullopt);
+    EXPECT_FALSE(fs::exists(root_ + "/doomed"));
+    EXPECT_EQ(h.perform(R"({"removePath":{"_0":")" + root_ + R"(/link/x"}})"), "pathTraversesSymlink");
+    EXPECT_EQ(h.perform(R"({"nothingKnown":{}})"), "operationFailed");  // no record
+    EXPECT_EQ(h.perform("not json"), "operationFailed");
+    EXPECT_EQ(h.perform(R"({"thinSnapshots":{}})"), "operationFailed: thinlocalsnapshots failed (status 1): tool says no");
+    EXPECT_EQ(h.perform(R"({"removePath":{"_0":")" + root_ + R"(/gone/x"}})"),
+              "operationFailed: remove of " + root_ + "/gone/x failed or was redirected");
+    EXPECT_EQ(h.perform(R"({"privilegedScan":{"kind":"folder","root":")" + root_ + R"(","label":"L","outPath":")" +
+                        root_ + R"(/dump.json"}})"),
+              "operationFailed: Scanning as administrator is not available in this build of the helper.");
+
+    EXPECT_EQ(records(), (std::vector<std::string>{
+                             "OK removePath(\"" + root_ + "/doomed\")",
+                             "REFUSED pathTraversesSymlink — removePath(\"" + root_ + "/link/x\")",
+                             "FAILED thinSnapshots: thinlocalsnapshots failed (status 1): tool says no",
+                             "FAILED removePath(\"" + root_ + "/gone/x\"): remove of " + root_ +
+                                 "/gone/x failed or was redirected",
+                             "FAILED privilegedScan(kind: \"folder\", root: \"" + root_ + "\", label: \"L\", outPath: \"" +
+                                 root_ + "/dump.json\"): Scanning as administrator is not available in this build of "
+                                         "the helper.",
+                         }));
+    struct stat st{};
+    ASSERT_EQ(::stat(log_.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+}
+
+TEST_F(Road, ACallerWithoutAHomeIsRefusedEverything) {
+    auto h = helper(4'000'000);
+    EXPECT_EQ(h.perform(R"({"thinSnapshots":{}})"), "pathNotAllowed");  // needs no home, refused all the same
+    EXPECT_EQ(h.perform(R"({"removePath":{"_0":"relative"}})"), "pathNotAllowed");
+    EXPECT_EQ(h.perform(R"({"bad":{}})"), "operationFailed");
+    EXPECT_EQ(h.version(), "6");
+    EXPECT_TRUE(ranTools_.empty());
+    EXPECT_EQ(records(), (std::vector<std::string>{"REFUSED no directory record for uid 4000000",
+                                                   "REFUSED no directory record for uid 4000000"}));
+}
+
+TEST_F(Road, TheChownTargetMustBeTheCaller) {
+    auto h = helper(501);
+    std::ofstream(root_ + "/item") << "x";
+    EXPECT_EQ(h.perform(R"({"moveAside":{"path":")" + root_ + R"(/item","to":")" + root_ +
+                        R"(/aside","chownTo":0}})"),
+              "pathNotAllowed");
+    EXPECT_TRUE(fs::exists(root_ + "/item"));
+}
+
+TEST_F(Road, TheLogIsRepairedAndNeverFailsAReply) {
+    appendLogRecord(log_, "first");
+    ::chmod(log_.c_str(), 0666);
+    appendLogRecord(log_, "second");
+    struct stat st{};
+    ASSERT_EQ(::stat(log_.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);  // put back after every record
+    EXPECT_EQ(records(), (std::vector<std::string>{"first", "second"}));
+
+    // A log that cannot be written changes nothing for the caller.
+    HelperSettings settings;
+    settings.logPath = root_ + "/missing-folder/helper.log";
+    settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(root_); };
+    Helper h(static_cast<std::uint32_t>(getuid()), settings);
+    EXPECT_EQ(h.perform(R"({"removePath":{"_0":"relative"}})"), "notAbsolutePath");
+
+    // A link planted at the log's place is not written through.
+    const std::string target = root_ + "/target";
+    std::ofstream(target) << "";
+    fs::create_symlink(target, root_ + "/linked.log");
+    appendLogRecord(root_ + "/linked.log", "nope");
+    EXPECT_EQ(readFile(target), "");
+}
+
+}  // namespace
+}  // namespace orvane::helper

@@ -1,0 +1,222 @@
+// The operation bodies with the tools replaced: what they run, and the exact failure texts.
+#include "core/privileged/operations.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Call {
+    std::string tool;
+    std::vector<std::string> args;
+    bool operator==(const Call&) const = default;
+};
+
+// A stand-in for the runner that answers from a script and remembers what was asked.
+struct FakeTools {
+    std::vector<Call> calls;
+    std::function<ToolResult(const Call&)> answer = [](const Call&) { return ToolResult{{}, {}, false, 0}; };
+
+    OperationContext context(std::uint32_t uid = 501) {
+        OperationContext c;
+        c.callerUID = uid;
+        c.runSplit = [this](const std::string& tool, const std::vector<std::string>& args, double, bool,
+                            ToolErrors errors) {
+            EXPECT_EQ(errors, ToolErrors::merged);
+            calls.push_back({tool, args});
+            return answer(calls.back());
+        };
+        c.runStatus = [this](const std::string& tool, const std::vector<std::string>& args) {
+            calls.push_back({tool, args});
+            return 0;
+        };
+        return c;
+    }
+};
+
+std::string failureOf(const PrivilegedOperation& operation, const OperationContext& context) {
+    try {
+        runOperation(operation, context);
+    } catch (const HelperError& error) {
+        return error.msg;
+    }
+    return "";
+}
+
+TEST(Operations, SnapshotDeletionNamesEachFailure) {
+    FakeTools tools;
+    tools.answer = [](const Call& call) {
+        if (call.args[1] == "2026-01-02-000000") return ToolResult{{"  Failed to delete", " snapshot "}, {}, false, 1};
+        if (call.args[1] == "2026-01-04-000000") return ToolResult{{"partial"}, {}, true, 15};
+        if (call.args[1] == "2026-01-05-000000") return ToolResult{{"  ", "\t"}, {}, false, 2};
+        return ToolResult{{}, {}, false, 0};
+    };
+    auto context = tools.context();
+    EXPECT_EQ(failureOf(op::DeleteSnapshots{{"2026-01-01-000000", "2026-01-02-000000", "2026-01-03-000000"}}, context),
+              "deleted 2 of 3 — tmutil: 2026-01-02-000000: Failed to delete  snapshot");
+    EXPECT_EQ(tools.calls.size(), 3u);  // no stop at a failure
+    EXPECT_EQ(tools.calls[0], (Call{"/usr/bin/tmutil", {"deletelocalsnapshots", "2026-01-01-000000"}}));
+    EXPECT_EQ(failureOf(op::DeleteSnapshots{{"2026-01-04-000000", "2026-01-05-000000"}}, context),
+              "deleted 0 of 2 — tmutil: 2026-01-04-000000: timed out; 2026-01-05-000000: no detail");
+    EXPECT_EQ(failureOf(op::DeleteSnapshots{{"2026-01-01-000000"}}, context), "");
+
+    // The joined failures are clipped to 240 characters; the head is not counted.
+    tools.answer = [](const Call&) { return ToolResult{{std::string(500, 'e')}, {}, false, 1}; };
+    const std::string clipped = failureOf(op::DeleteSnapshots{{"2026-01-01-000000", "2026-01-02-000000"}}, context);
+    const std::string head = "deleted 0 of 2 — tmutil: ";
+    ASSERT_TRUE(clipped.starts_with(head));
+    EXPECT_EQ(clipped.size() - head.size(), 240u);
+}
+
+TEST(Operations, ToolFailureTexts) {
+    FakeTools tools;
+    auto context = tools.context();
+    tools.answer = [](const Call&) { return ToolResult{{"  out of ", "luck  "}, {}, false, 3}; };
+    EXPECT_EQ(failureOf(op::ThinSnapshots{}, context), "thinlocalsnapshots failed (status 3): out of  luck");
+    EXPECT_EQ(tools.calls.back(), (Call{"/usr/bin/tmutil", {"thinlocalsnapshots", "/", "999999999999", "4"}}));
+    EXPECT_EQ(failureOf(op::PurgeInactiveMemory{}, context), "purge failed (status 3): out of  luck");
+    EXPECT_EQ(tools.calls.back(), (Call{"/usr/sbin/purge", {}}));
+    // resetbtm keeps its output raw: not trimmed, no "no detail".
+    EXPECT_EQ(failureOf(op::ResetBackgroundItems{}, context), "resetbtm failed (status 3):   out of  luck  ");
+    EXPECT_EQ(tools.calls.back(), (Call{"/usr/bin/sfltool", {"resetbtm"}}));
+
+    tools.answer = [](const Call&) { return ToolResult{{}, {}, true, -1}; };
+    EXPECT_EQ(failureOf(op::PurgeInactiveMemory{}, context), "purge failed (status -1): no detail");
+    EXPECT_EQ(failureOf(op::ResetBackgroundItems{}, context), "resetbtm failed (status -1): ");
+    tools.answer = [](const Call&) { return ToolResult{{"fine"}, {}, true, 0}; };  // timed out counts as failed
+    EXPECT_EQ(failureOf(op::ThinSnapshots{}, context), "thinlocalsnapshots failed (status 0): fine");
+
+    tools.answer = [](const Call&) { return ToolResult{{std::string(400, 'x')}, {}, false, 1}; };
+    EXPECT_EQ(failureOf(op::PurgeInactiveMemory{}, context).size(), std::string("purge failed (status 1): ").size() + 160);
+    EXPECT_EQ(failureOf(op::ResetBackgroundItems{}, context).size(), std::string("resetbtm failed (status 1): ").size() + 120);
+}
+
+TEST(Operations, DetailMakesToolOutputFit) {
+    EXPECT_EQ(detail({}), "no detail");
+    EXPECT_EQ(detail({" ", "\n", "\t"}), "no detail");
+    EXPECT_EQ(detail({"  a", "b  "}), "a b");
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
+    std::string many;
+    for (int i = 0; i < 200; ++i) many += family;
+    EXPECT_EQ(detail({many}).size(), 160 * family.size());  // characters, never cut in half
+}
+
+class LaunchItems : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/orvane-launch-XXXXXX";
+        root_ = fs::canonical(mkdtemp(pattern)).string();
+        agents_ = root_ + "/LaunchAgents";
+        fs::create_directories(agents_);
+        fs::create_directories(root_ + "/Trash");
+    }
+    void TearDown() override { fs::remove_all(root_); }
+    OperationContext context(FakeTools& tools) {
+        auto c = tools.context(501);
+        c.launchFolders = {agents_};
+        return c;
+    }
+    std::string root_, agents_;
+};
+
+TEST_F(LaunchItems, SwitchingOffAndOnRenamesThenTellsLaunchd) {
+    FakeTools tools;
+    auto c = context(tools);
+    std::ofstream(agents_ + "/a.plist") << "x";
+    EXPECT_EQ(failureOf(op::SetLaunchItemEnabled{agents_ + "/a.plist", false}, c), "");
+    EXPECT_TRUE(fs::exists(agents_ + "/a.plist.disabled-by-orvane"));
+    EXPECT_EQ(tools.calls.back(), (Call{"/bin/launchctl", {"bootout", "gui/501", agents_ + "/a.plist.disabled-by-orvane"}}));
+
+    EXPECT_EQ(failureOf(op::SetLaunchItemEnabled{agents_ + "/a.plist.disabled-by-orvane", true}, c), "");
+    EXPECT_TRUE(fs::exists(agents_ + "/a.plist"));
+    EXPECT_EQ(tools.calls.back(), (Call{"/bin/launchctl", {"bootstrap", "gui/501", agents_ + "/a.plist"}}));
+
+    const std::size_t before = tools.calls.size();
+    EXPECT_EQ(failureOf(op::SetLaunchItemEnabled{agents_ + "/gone.plist", false}, c),
+              "switching " + agents_ + "/gone.plist off failed");
+    EXPECT_EQ(failureOf(op::SetLaunchItemEnabled{agents_ + "/gone.plist.disabled-by-orvane", true}, c),
+              "switching " + agents_ + "/gone.plist.disabled-by-orvane back on failed");
+    EXPECT_EQ(tools.calls.size(), before);  // no launchctl when the rename failed
+}
+
+TEST_F(LaunchItems, TrashingStopsOnlyWhatIsRunning) {
+    FakeTools tools;
+    auto c = context(tools);
+    std::ofstream(agents_ + "/on.plist") << "x";
+    std::ofstream(agents_ + "/off.plist.disabled-by-orvane") << "x";
+    EXPECT_EQ(failureOf(op::TrashLaunchItem{agents_ + "/on.plist", root_ + "/Trash/on.plist", getuid()}, c), "");
+    ASSERT_EQ(tools.calls.size(), 1u);
+    EXPECT_EQ(tools.calls[0], (Call{"/bin/launchctl", {"bootout", "gui/501", agents_ + "/on.plist"}}));
+    EXPECT_TRUE(fs::exists(root_ + "/Trash/on.plist"));
+
+    EXPECT_EQ(failureOf(op::TrashLaunchItem{agents_ + "/off.plist.disabled-by-orvane", root_ + "/Trash/off", getuid()}, c),
+              "");
+    EXPECT_EQ(tools.calls.size(), 1u);  // already off: not stopped again
+    EXPECT_EQ(failureOf(op::TrashLaunchItem{agents_ + "/gone.plist", root_ + "/Trash/gone", getuid()}, c),
+              "moving " + agents_ + "/gone.plist to the Trash failed");
+
+    // The domain of a system daemon.
+    EXPECT_EQ(failureOf(op::TrashLaunchItem{"/Library/LaunchDaemons/x.plist", root_ + "/Trash/x", getuid()}, c),
+              "moving /Library/LaunchDaemons/x.plist to the Trash failed");
+    EXPECT_EQ(tools.calls.back(), (Call{"/bin/launchctl", {"bootout", "system", "/Library/LaunchDaemons/x.plist"}}));
+}
+
+TEST(Operations, FileBodiesAndTheirTexts) {
+    char pattern[] = "/tmp/orvane-bodies-XXXXXX";
+    const std::string root = fs::canonical(mkdtemp(pattern)).string();
+    OperationContext c;
+    c.callerUID = getuid();
+    std::ofstream(root + "/file") << "x";
+    EXPECT_EQ(failureOf(op::RemovePath{root + "/file"}, c), "");
+    EXPECT_FALSE(fs::exists(root + "/file"));
+    EXPECT_EQ(failureOf(op::RemovePath{root + "/gone/file"}, c), "remove of " + root + "/gone/file failed or was redirected");
+
+    fs::create_directories(root + "/target");
+    std::ofstream(root + "/original") << "x";
+    EXPECT_EQ(failureOf(op::SwapToSymlink{root + "/original", root + "/target"}, c), "");
+    EXPECT_EQ(fs::read_symlink(root + "/original"), root + "/target");
+    EXPECT_EQ(failureOf(op::SwapToSymlink{root + "/none/x", root + "/target"}, c),
+              "swap remove of " + root + "/none/x failed or was redirected");
+
+    std::ofstream(root + "/staged") << "x";
+    std::ofstream(root + "/occupied") << "x";
+    EXPECT_EQ(failureOf(op::RestoreFromStaging{root + "/staged", root + "/occupied"}, c),
+              "restore into " + root + "/occupied failed");
+    EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/occupied", getuid()}, c),
+              "move-aside to " + root + "/occupied failed");
+    EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/aside", getuid()}, c), "");
+    EXPECT_TRUE(fs::exists(root + "/aside"));
+    fs::remove_all(root);
+}
+
+TEST(Operations, SnapshotReports) {
+    const std::vector<std::string> three = {"a", "b", "c"};
+    struct Case {
+        std::vector<std::string> requested, stillListed;
+        std::int64_t released;
+        std::string detailText, text;
+    } cases[] = {
+        {three, {}, 50'000'000, "ignored",
+         "Deleted 3 snapshots. macOS is releasing the blocks in the background — the ceiling above falls as it finishes."},
+        {{"a"}, {}, 0, "", "Deleted 1 snapshot. macOS is releasing the blocks in the background — the ceiling above falls as it finishes."},
+        {three, {"x"}, 50'000'001, "ignored", "Deleted 3 snapshots — 50 MB released so far, more can follow over the next minutes."},
+        {{"a"}, {}, 2'340'000'000, "", "Deleted 1 snapshot — 2.34 GB released so far, more can follow over the next minutes."},
+        {three, {"b"}, 0, "", "Deleted 2 of 3 snapshots — 1 could not be removed and is still there."},
+        {three, {"b", "c"}, 0, "tmutil said no.", "Deleted 1 of 3 snapshots — 2 could not be removed and are still there. tmutil said no."},
+        {{"a"}, {"a"}, 0, "", "Nothing was deleted — all 1 snapshot is still there."},
+        {three, three, 0, "Busy.", "Nothing was deleted — all 3 snapshots are still there. Busy."},
+        {{}, {}, 0, "", "Nothing was deleted — all 0 snapshots are still there."},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(snapshotDeleteReport(c.requested, c.stillListed, c.released, c.detailText), c.text);
+    EXPECT_EQ(confirmedSnapshotDeletions({"a", "b", "a", "c"}, {"b"}), (std::vector<std::string>{"a", "a", "c"}));
+}
+
+}  // namespace
+}  // namespace orvane
