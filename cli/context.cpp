@@ -1,11 +1,21 @@
 #include "cli/context.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <iostream>
 
 #include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
 
 namespace orvane::cli {
+
+std::string absolutePath(const std::string& path) {
+    if (path.empty() || path.starts_with('/')) return path;
+    char cwd[4096];
+    if (!::getcwd(cwd, sizeof cwd)) return path;
+    return standardizePath(appendingPathComponent(cwd, path), [](const std::string&) { return false; });
+}
 
 void printJSON(const nlohmann::ordered_json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';

@@ -36,5 +36,14 @@ Input readInput(const std::string& fileOrDash, std::size_t limitBytes);
 
 void addPlanCommands(CLI::App& app, Context& context);
 void addScanCommand(CLI::App& app, Context& context);
+void addDuCommand(CLI::App& app, Context& context);
+void addVerdictCommand(CLI::App& app, Context& context);
+void addArtifactsCommand(CLI::App& app, Context& context);
+void addJanitorsCommand(CLI::App& app, Context& context);
+
+// A path as typed, made absolute against the working folder when it is relative, lexically
+// (no link is resolved, so that a path through a link stays one). An empty text stays empty.
+std::string absolutePath(const std::string& path);
+void addHelperCommands(CLI::App& app, Context& context);
 
 }  // namespace orvane::cli

@@ -18,7 +18,12 @@ int main(int argc, char** argv) {
                    "Keep the ledger (moves, history, journals) in DIR instead of its usual folder");
 
     addScanCommand(app, context);
+    addDuCommand(app, context);
+    addVerdictCommand(app, context);
+    addArtifactsCommand(app, context);
+    addJanitorsCommand(app, context);
     addPlanCommands(app, context);
+    addHelperCommands(app, context);
 
     try {
         app.parse(argc, argv);
