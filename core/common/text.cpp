@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -91,6 +92,10 @@ std::string nfc(std::string_view text) {
 }
 
 std::size_t characterCount(std::string_view text) {
+    // Plain ASCII without a carriage return has one character per byte: paths nearly always.
+    if (std::none_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\r'; }))
+        return text.size();
     std::size_t counted = 0;
     clusterEnd(text, static_cast<std::size_t>(-1), &counted);
     return counted;

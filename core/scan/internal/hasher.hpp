@@ -35,24 +35,29 @@ class Hasher {
     void combine(std::uint64_t value) { state_ = mix(state_ ^ value); }
     void combine(std::int64_t value) { combine(static_cast<std::uint64_t>(value)); }
     void combine(bool value) { combine(std::uint64_t{value ? 1u : 0u}); }
+    // Long texts are the bulk of a memo key (20,000 paths per scan), so their words go through a
+    // one-multiply step and only the text as a whole through the full mix.
     void combine(std::string_view text) {
-        combine(static_cast<std::uint64_t>(text.size()));
+        std::uint64_t lane = state_ ^ (static_cast<std::uint64_t>(text.size()) * 0x9E3779B97F4A7C15ULL);
         std::size_t i = 0;
         for (; i + 8 <= text.size(); i += 8) {
             std::uint64_t word = 0;
             std::memcpy(&word, text.data() + i, 8);
-            combine(word);
+            lane = rotate((lane ^ word) * 0xFF51AFD7ED558CCDULL, 31);
         }
         if (i < text.size()) {
             std::uint64_t word = 0;
             std::memcpy(&word, text.data() + i, text.size() - i);
-            combine(word);
+            lane = rotate((lane ^ word) * 0xFF51AFD7ED558CCDULL, 31);
         }
+        state_ = mix(lane);
     }
 
     std::uint64_t finalize() const { return mix(state_ + 0x9E3779B97F4A7C15ULL); }
 
   private:
+    static std::uint64_t rotate(std::uint64_t x, int bits) { return (x << bits) | (x >> (64 - bits)); }
+
     // splitmix64's finaliser: every input bit reaches every output bit.
     static std::uint64_t mix(std::uint64_t x) {
         x += 0x9E3779B97F4A7C15ULL;
