@@ -1,5 +1,9 @@
 #include "core/platform/mount_table.hpp"
 
+#include <set>
+
+#include "core/platform/platform.hpp"
+
 namespace orvane::platform {
 namespace {
 
@@ -76,6 +80,34 @@ std::optional<MountTableEntry> mountContaining(const std::vector<MountTableEntry
     }
     if (!best) return std::nullopt;
     return *best;
+}
+
+std::vector<BrowsableVolume> browsableVolumesIn(const std::vector<MountTableEntry>& table) {
+    static const std::set<std::string, std::less<>> systemTypes = {
+        "proc",     "sysfs",   "cgroup",      "cgroup2",   "devtmpfs",     "devpts",    "mqueue",
+        "debugfs",  "tracefs", "securityfs",  "pstore",    "bpf",          "configfs",  "fusectl",
+        "hugetlbfs", "autofs", "binfmt_misc", "nsfs",      "rpc_pipefs",   "efivarfs",  "ramfs",
+        "selinuxfs", "tmpfs",  "squashfs",    "overlay",   "fuse.gvfsd-fuse", "fuse.portal", "fuse.lxcfs"};
+    static const std::set<std::string, std::less<>> networkTypes = {
+        "nfs", "nfs4", "cifs", "smb3", "smbfs", "fuse.sshfs", "9p", "ceph", "glusterfs", "afs"};
+    auto under = [](const std::string& path, std::string_view folder) {
+        return path == folder || (path.starts_with(folder) && path.size() > folder.size() && path[folder.size()] == '/');
+    };
+    std::vector<BrowsableVolume> out;
+    std::set<std::string> seen;
+    for (const auto& entry : table) {
+        const std::string& path = entry.mountPoint;
+        if (systemTypes.contains(entry.fileSystemType)) continue;
+        bool system = false;
+        for (std::string_view folder : {"/proc", "/sys", "/dev", "/boot", "/snap", "/etc", "/var/lib/docker",
+                                        "/var/lib/containers"})
+            system = system || under(path, folder);
+        if (under(path, "/run") && !under(path, "/run/media")) system = true;
+        if (system || !seen.insert(path).second) continue;
+        std::string name = path == "/" ? path : path.substr(path.rfind('/') + 1);
+        out.push_back({path, name, !networkTypes.contains(entry.fileSystemType)});
+    }
+    return out;
 }
 
 }  // namespace orvane::platform

@@ -25,4 +25,11 @@ std::vector<MountTableEntry> parseMountInfo(std::string_view text);
 std::optional<MountTableEntry> mountContaining(const std::vector<MountTableEntry>& table,
                                                std::string_view resolvedPath);
 
+struct BrowsableVolume;
+
+// The entries a user would browse as volumes: real storage file systems, not the kernel's own
+// (proc, sysfs, cgroup, tmpfs, overlay and the like) and not mounted under the system's folders
+// (/proc, /sys, /dev, /run except /run/media, /boot, /snap, /etc, container storage).
+std::vector<BrowsableVolume> browsableVolumesIn(const std::vector<MountTableEntry>& table);
+
 }  // namespace orvane::platform

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <vector>
+#include <vector>
 
 namespace orvane::platform {
 
@@ -86,6 +87,15 @@ struct SocketPeer {
     bool operator==(const SocketPeer&) const = default;
 };
 std::optional<SocketPeer> socketPeer(int socketFD);
+
+// The mounted volumes a user would browse: real storage, not the system's own or hidden mounts.
+struct BrowsableVolume {
+    std::string path;
+    std::string name;  // the volume's name; empty when it has none
+    bool isLocal = true;
+    bool operator==(const BrowsableVolume&) const = default;
+};
+std::vector<BrowsableVolume> browsableVolumes();
 
 // Whether this system keeps /tmp, /var and /etc under "/private" (macOS does).
 bool hasPrivateFolder();

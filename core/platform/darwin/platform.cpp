@@ -76,6 +76,19 @@ std::optional<SocketPeer> socketPeer(int socketFD) {
                       static_cast<std::uint64_t>(exe.st_ino), path};
 }
 
+std::vector<BrowsableVolume> browsableVolumes() {
+    struct statfs* mounts = nullptr;
+    int count = ::getmntinfo(&mounts, MNT_NOWAIT);
+    std::vector<BrowsableVolume> out;
+    for (int i = 0; i < count; ++i) {
+        if (mounts[i].f_flags & MNT_DONTBROWSE) continue;  // hidden from the Finder
+        std::string path = mounts[i].f_mntonname;
+        std::string name = path == "/" ? path : path.substr(path.rfind('/') + 1);
+        out.push_back({path, name, (mounts[i].f_flags & MNT_LOCAL) != 0});
+    }
+    return out;
+}
+
 bool hasPrivateFolder() { return true; }
 
 bool gitNeedsDeveloperTools() { return true; }  // /usr/bin/git is the developer tools' stand-in

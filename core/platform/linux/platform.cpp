@@ -116,6 +116,13 @@ std::optional<SocketPeer> socketPeer(int socketFD) {
     return peer;
 }
 
+std::vector<BrowsableVolume> browsableVolumes() {
+    std::ifstream in("/proc/self/mountinfo");
+    std::stringstream text;
+    text << in.rdbuf();
+    return browsableVolumesIn(parseMountInfo(text.str()));
+}
+
 bool hasPrivateFolder() {
     struct stat st{};
     return ::lstat("/private", &st) == 0 && S_ISDIR(st.st_mode);
