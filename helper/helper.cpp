@@ -1,26 +1,16 @@
 #include "helper/helper.hpp"
 
-#include <pwd.h>
-
 #include <vector>
 
+#include "core/common/path.hpp"
 #include "core/privileged/validation.hpp"
 #include "helper/helper_log.hpp"
 
 namespace orvane::helper {
 
-std::optional<std::string> passwdHome(std::uint32_t uid) {
-    struct passwd record{};
-    struct passwd* found = nullptr;
-    std::vector<char> buffer(16384);
-    if (getpwuid_r(uid, &record, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir)
-        return std::nullopt;
-    return std::string(found->pw_dir);
-}
-
 Helper::Helper(std::uint32_t callerUID, HelperSettings settings)
     : callerUID_(callerUID), settings_(std::move(settings)) {
-    if (!settings_.homeOf) settings_.homeOf = passwdHome;
+    if (!settings_.homeOf) settings_.homeOf = homeOfUser;
     settings_.operations.callerUID = callerUID_;
 }
 

@@ -20,9 +20,6 @@ struct HelperSettings {
     OperationContext operations;
 };
 
-// The home of a user id from the password database.
-std::optional<std::string> passwdHome(std::uint32_t uid);
-
 class Helper {
 public:
     Helper(std::uint32_t callerUID, HelperSettings settings);

@@ -71,6 +71,16 @@ std::string fmtDate(TimePoint date) {
     return buffer.data();
 }
 
+std::string fmtMediumDate(TimePoint date) {
+    static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    std::time_t t = Clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&t, &local);
+    return std::string(months[local.tm_mon]) + " " + std::to_string(local.tm_mday) + ", " +
+           std::to_string(local.tm_year + 1900);
+}
+
 std::string fmtAgo(TimePoint date, TimePoint now) {
     using std::chrono::duration_cast;
     using std::chrono::seconds;

@@ -19,6 +19,9 @@ std::string fmtBytes(std::int64_t bytes);
 // The short date form in the local time zone: "1/31/26".
 std::string fmtDate(TimePoint date);
 
+// The medium date form in the local time zone: "Jan 31, 2026".
+std::string fmtMediumDate(TimePoint date);
+
 // A relative date against `now`: "5 minutes ago", "in 2 days", "1 year ago".
 std::string fmtAgo(TimePoint date, TimePoint now = Clock::now());
 

@@ -42,6 +42,16 @@ std::string home(std::string_view component) {
                              : appendingPathComponent(dir, component);
 }
 
+std::optional<std::string> homeOfUser(std::uint32_t uid) {
+    struct passwd record{};
+    struct passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    if (getpwuid_r(static_cast<uid_t>(uid), &record, buffer.data(), buffer.size(), &found) != 0 || !found ||
+        !found->pw_dir)
+        return std::nullopt;
+    return std::string(found->pw_dir);
+}
+
 bool fileExists(const std::string& path) {
     struct stat st{};
     return ::stat(path.c_str(), &st) == 0;
@@ -127,6 +137,13 @@ std::string lastPathComponent(std::string_view path) {
     if (p == "/") return "/";
     auto slash = p.rfind('/');
     return std::string(slash == std::string_view::npos ? p : p.substr(slash + 1));
+}
+
+std::string pathExtension(std::string_view path) {
+    std::string name = lastPathComponent(path);
+    auto dot = name.rfind('.');
+    if (dot == std::string::npos || dot == 0) return {};
+    return name.substr(dot + 1);
 }
 
 bool isAtOrBelow(std::string_view path, std::string_view dir) {

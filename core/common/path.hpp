@@ -2,7 +2,9 @@
 // component operations every path rule is written in.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +14,10 @@ namespace orvane {
 // The running user's home ($HOME when it is absolute, else the password database), with
 // `component` appended the way appendingPathComponent does. Empty component: the home itself.
 std::string home(std::string_view component = {});
+
+// The home folder of a user id from the password database; none when the user has no record or
+// the record no folder.
+std::optional<std::string> homeOfUser(std::uint32_t uid);
 
 // Whether something exists at a path, following links (a dangling link is absent).
 bool fileExists(const std::string& path);
@@ -33,6 +39,10 @@ std::string appendingPathComponent(std::string_view base, std::string_view compo
 
 // The last component, trailing slashes ignored: "/a/b/" gives "b", "/" gives "/".
 std::string lastPathComponent(std::string_view path);
+
+// pathExtension: the text after the last "." of the last component; none when that "." opens
+// the name (".zshrc" has no extension).
+std::string pathExtension(std::string_view path);
 
 // Whether `path` is `dir` or lies beneath it, compared as text.
 bool isAtOrBelow(std::string_view path, std::string_view dir);

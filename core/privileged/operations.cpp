@@ -3,9 +3,17 @@
 #include <algorithm>
 #include <type_traits>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "core/apps/trash_app_delete.hpp"
 #include "core/common/format.hpp"
+#include "core/common/path.hpp"
 #include "core/common/text.hpp"
 #include "core/privileged/no_follow.hpp"
+#include "core/scan/generic_scan.hpp"
 
 namespace orvane {
 namespace {
@@ -111,12 +119,44 @@ void run(const op::TrashLaunchItem& c, const OperationContext& context) {
         fail(kFileErrorCode, "moving " + c.path + " to the Trash failed");
 }
 
-void run(const op::PrivilegedScan&, const OperationContext&) {
-    fail(kDumpErrorCode, "Scanning as administrator is not available in this build of the helper.");
+void run(const op::PrivilegedScan& c, const OperationContext& context) {
+    const ScanScope scope = c.kind == "folder" ? ScanScope(scope::Folder{c.root}) : ScanScope(scope::Volume{c.root, c.label});
+    const auto dump = buildGenericScanDump(scope, false, ScanPrivilege::administrator, context.callerUID);
+    const std::string bytes = toJSON(dump, JSONDateEncoding::iso8601)
+                                  .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+
+    const std::string parent = deletingLastPathComponent(c.outPath);
+    const std::string name = lastPathComponent(c.outPath);
+    int parentFD = openDirectoryChainNoFollow(parent);
+    if (parentFD < 0) fail(kDumpErrorCode, "scan dump parent " + parent + " is not a real directory chain");
+    // Always a new file, and nothing planted at the name can be written through.
+    int fd = ::openat(parentFD, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        ::close(parentFD);
+        fail(kDumpErrorCode, "could not create the scan dump at " + c.outPath);
+    }
+    (void)::fchown(fd, context.callerUID, kStaffGroup);
+    std::size_t offset = 0;
+    while (offset < bytes.size()) {
+        ssize_t n = ::write(fd, bytes.data() + offset, bytes.size() - offset);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 1) {
+            ::close(fd);
+            ::close(parentFD);
+            fail(kDumpErrorCode, "writing the scan dump failed at byte " + std::to_string(offset));
+        }
+        offset += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+    ::close(parentFD);
 }
 
-void run(const op::DeleteTrashedApp&, const OperationContext&) {
-    fail(kFileErrorCode, "Deleting an app from the Trash is not available in this build of the helper.");
+void run(const op::DeleteTrashedApp& c, const OperationContext& context) {
+    auto home = context.homeOf(context.callerUID);
+    if (!home) fail(kFileErrorCode, "no home for the caller");
+    auto outcome = deleteTrashedApp(c.name, *home + "/.Trash", context.callerUID);
+    if (outcome.deleted) return;
+    fail(kFileErrorCode, c.name + ": " + outcome.reason.value_or("not deleted"));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/common/ov_error.hpp"
+#include "core/common/path.hpp"
 #include "core/privileged/protocol.hpp"
 #include "core/scan/tool_runner.hpp"
 
@@ -42,6 +43,8 @@ struct OperationContext {
     std::function<std::int32_t(const std::string&, const std::vector<std::string>&)> runStatus =
         orvane::runStatus;
     std::vector<std::string_view> launchFolders = {"/Library/LaunchAgents", "/Library/LaunchDaemons"};
+    // The caller's home, for the Trash; the password database unless a test says otherwise.
+    std::function<std::optional<std::string>(std::uint32_t)> homeOf = homeOfUser;
 };
 
 // Carries out a validated operation, or throws HelperError.

@@ -59,15 +59,6 @@ const std::array<ExtensionSet, 7> kExtensionSets = {{
       "dylib", "framework", "o", "a"}},
 }};
 
-// The platform's pathExtension: the text after the last "." of the last component, none when
-// that "." opens the name (".zshrc" has no extension).
-std::string pathExtension(std::string_view path) {
-    std::string name = lastPathComponent(path);
-    auto dot = name.rfind('.');
-    if (dot == std::string::npos || dot == 0) return {};
-    return name.substr(dot + 1);
-}
-
 const KindInfo* info(FileKind kind) {
     auto i = static_cast<std::size_t>(kind);
     return i < kKinds.size() ? &kKinds[i] : nullptr;

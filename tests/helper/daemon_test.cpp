@@ -12,9 +12,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
 #include "core/privileged/wire.hpp"
 
 namespace {
@@ -152,6 +154,27 @@ TEST_F(DaemonTest, EndToEndThroughTheFrontEnd) {
     EXPECT_EQ(st.st_mode & 0777, 0640u);
 
     EXPECT_EQ(orvane({"helper", "version", "--socket", dir_ + "/nobody-here.sock"}, dir_).status, 2);
+}
+
+TEST_F(DaemonTest, TheRootScanReachesTheCallerThroughItsOwnFile) {
+    Daemon daemon(dir_, "scan", {ORVANE_BINARY});
+    fs::create_directories(dir_ + "/scanned");
+    {
+        std::ofstream big(dir_ + "/scanned/big.bin");
+        big.seekp(11 * 1024 * 1024);
+        big << 'x';
+    }
+    auto scan = orvane({"scan", dir_ + "/scanned", "--admin", "--json", "--socket", daemon.socket()}, dir_);
+    ASSERT_EQ(scan.status, 0);
+    auto dump = nlohmann::json::parse(scan.out);
+    EXPECT_EQ(dump["privilege"], "Administrator");
+    ASSERT_EQ(dump["items"].size(), 1u);
+    EXPECT_EQ(dump["items"][0]["id"], dir_ + "/scanned/big.bin");
+    EXPECT_TRUE(logLines(daemon.log()).front().starts_with("OK privilegedScan(kind: \"folder\", root: \"" + dir_ +
+                                                            "/scanned\""));
+    // The private folder for the result is gone again.
+    for (const auto& entry : fs::directory_iterator(orvane::home()))
+        EXPECT_FALSE(entry.path().filename().string().starts_with(".orvane-scan-")) << entry.path();
 }
 
 TEST_F(DaemonTest, TheCallerIsWhoTheKernelSays) {

@@ -82,7 +82,9 @@ TEST_F(Road, EveryShapeOfReplyAndItsRecord) {
               "operationFailed: remove of " + root_ + "/gone/x failed or was redirected");
     EXPECT_EQ(h.perform(R"({"privilegedScan":{"kind":"folder","root":")" + root_ + R"(","label":"L","outPath":")" +
                         root_ + R"(/dump.json"}})"),
-              "operationFailed: Scanning as administrator is not available in this build of the helper.");
+              std::nullopt);
+    EXPECT_TRUE(fs::exists(root_ + "/dump.json"));
+    EXPECT_EQ(h.perform(R"({"deleteTrashedApp":{"name":"Gone.app"}})"), "sourceMissing");
 
     EXPECT_EQ(records(), (std::vector<std::string>{
                              "OK removePath(\"" + root_ + "/doomed\")",
@@ -90,9 +92,9 @@ TEST_F(Road, EveryShapeOfReplyAndItsRecord) {
                              "FAILED thinSnapshots: thinlocalsnapshots failed (status 1): tool says no",
                              "FAILED removePath(\"" + root_ + "/gone/x\"): remove of " + root_ +
                                  "/gone/x failed or was redirected",
-                             "FAILED privilegedScan(kind: \"folder\", root: \"" + root_ + "\", label: \"L\", outPath: \"" +
-                                 root_ + "/dump.json\"): Scanning as administrator is not available in this build of "
-                                         "the helper.",
+                             "OK privilegedScan(kind: \"folder\", root: \"" + root_ + "\", label: \"L\", outPath: \"" +
+                                 root_ + "/dump.json\")",
+                             "REFUSED sourceMissing — deleteTrashedApp(name: \"Gone.app\")",
                          }));
     struct stat st{};
     ASSERT_EQ(::stat(log_.c_str(), &st), 0);

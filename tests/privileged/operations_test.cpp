@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -193,6 +195,62 @@ TEST(Operations, FileBodiesAndTheirTexts) {
     EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/aside", getuid()}, c), "");
     EXPECT_TRUE(fs::exists(root + "/aside"));
     fs::remove_all(root);
+}
+
+TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {
+    char pattern[] = "/var/tmp/orvane-dump-XXXXXX";
+    const std::string root = fs::canonical(mkdtemp(pattern)).string();
+    fs::create_directories(root + "/scanned");
+    {
+        std::ofstream big(root + "/scanned/big.bin");
+        big.seekp(12 * 1024 * 1024);
+        big << 'x';
+    }
+    OperationContext c;
+    c.callerUID = getuid();
+    const std::string out = root + "/dump.json";
+    EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "ignored", out}, c), "");
+    struct stat st{};
+    ASSERT_EQ(::lstat(out.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(st.st_uid, getuid());
+    if (geteuid() == 0) {
+        EXPECT_EQ(st.st_gid, 20u);
+    }
+    std::ifstream in(out);
+    auto dump = nlohmann::json::parse(in);
+    EXPECT_EQ(dump["privilege"], "Administrator");
+    ASSERT_EQ(dump["items"].size(), 1u);
+    EXPECT_TRUE(dump["items"][0]["lastUsed"].is_string());  // the dump's dates are ISO 8601 text
+
+    // Something at the name since validation: never written through, never replaced.
+    std::ofstream(root + "/taken") << "mine";
+    fs::create_symlink(root + "/taken", root + "/planted");
+    EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "", root + "/taken"}, c),
+              "could not create the scan dump at " + root + "/taken");
+    EXPECT_EQ(failureOf(op::PrivilegedScan{"volume", root + "/scanned", "V", root + "/planted"}, c),
+              "could not create the scan dump at " + root + "/planted");
+    std::ifstream taken(root + "/taken");
+    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(taken)), {}), "mine");
+    fs::create_directory_symlink(root, root + "/dirlink");
+    EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "", root + "/dirlink/d.json"}, c),
+              "scan dump parent " + root + "/dirlink is not a real directory chain");
+    fs::remove_all(root);
+}
+
+TEST(Operations, TrashedAppsOfTheCaller) {
+    char pattern[] = "/tmp/orvane-trashop-XXXXXX";
+    const std::string home = fs::canonical(mkdtemp(pattern)).string();
+    fs::create_directories(home + "/.Trash/Old.app/Contents");
+    OperationContext c;
+    c.callerUID = getuid();
+    c.homeOf = [&](std::uint32_t) { return std::optional<std::string>(home); };
+    EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "");
+    EXPECT_FALSE(fs::exists(home + "/.Trash/Old.app"));
+    EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "Old.app: it's no longer in the Trash");
+    c.homeOf = [](std::uint32_t) { return std::optional<std::string>(); };
+    EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "no home for the caller");
+    fs::remove_all(home);
 }
 
 TEST(Operations, SnapshotReports) {

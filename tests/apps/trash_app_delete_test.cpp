@@ -1,0 +1,78 @@
+// Deleting an app from a Trash: every refusal with its sentence, and the volume boundary.
+#include "core/apps/trash_app_delete.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+class TrashApps : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/orvane-trash-XXXXXX";
+        root_ = fs::canonical(mkdtemp(pattern)).string();
+        trash_ = root_ + "/.Trash";
+        fs::create_directories(trash_ + "/Some.app/Contents/MacOS");
+        std::ofstream(trash_ + "/Some.app/Contents/MacOS/Some") << "binary";
+    }
+    void TearDown() override {
+        ::umount2((trash_ + "/Mounted.app/volume").c_str(), MNT_DETACH);
+        fs::remove_all(root_);
+    }
+    std::uint32_t me() const { return static_cast<std::uint32_t>(getuid()); }
+    std::string root_, trash_;
+};
+
+TEST_F(TrashApps, DeletesABundleAndSaysWhyNotOtherwise) {
+    EXPECT_EQ(deleteTrashedApp("Some.app", trash_, me()), (TrashAppDeleteOutcome{"Some.app", true, false, std::nullopt}));
+    EXPECT_FALSE(fs::exists(trash_ + "/Some.app"));
+
+    std::ofstream(trash_ + "/Plain.app") << "x";
+    fs::create_directory_symlink(root_, trash_ + "/Link.app");
+    struct Case {
+        std::string name;
+        std::string reason;
+    } cases[] = {
+        {"notes.txt", "not an app in the Trash"},
+        {"../x.app", "not an app in the Trash"},
+        {"Gone.app", "it's no longer in the Trash"},
+        {"Plain.app", "not an app bundle"},
+        {"Link.app", "not an app bundle"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(deleteTrashedApp(c.name, trash_, me()), (TrashAppDeleteOutcome{c.name, false, false, c.reason})) << c.name;
+    EXPECT_TRUE(fs::exists(root_));  // the link's target was never touched
+
+    EXPECT_EQ(deleteTrashedApp("Plain.app", root_ + "/missing", me()).reason, "the Trash couldn't be opened");
+    EXPECT_EQ(deleteTrashedApp("Plain.app", trash_, me() + 1).reason, "the Trash isn't a normal folder");
+    fs::create_directory_symlink(trash_, root_ + "/trash-link");
+    EXPECT_EQ(deleteTrashedApp("Plain.app", root_ + "/trash-link", me()).reason, "the Trash couldn't be opened");
+
+    EXPECT_EQ(toJSON(TrashAppDeleteOutcome{"A.app", true, false, std::nullopt}).dump(),
+              R"({"name":"A.app","deleted":true,"needsAdmin":false})");
+    EXPECT_EQ(toJSON(TrashAppDeleteOutcome{"A.app", false, true, "no"}).dump(),
+              R"({"name":"A.app","deleted":false,"needsAdmin":true,"reason":"no"})");
+}
+
+TEST_F(TrashApps, AMountedVolumeInsideIsNeverEntered) {
+    fs::create_directories(trash_ + "/Mounted.app/volume");
+    std::ofstream(trash_ + "/Mounted.app/beside") << "x";
+    if (::mount("orvane-test", (trash_ + "/Mounted.app/volume").c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "cannot mount a tmpfs here (needs root and mount rights)";
+    std::ofstream(trash_ + "/Mounted.app/volume/keep") << "x";
+    auto outcome = deleteTrashedApp("Mounted.app", trash_, me());
+    EXPECT_EQ(outcome, (TrashAppDeleteOutcome{"Mounted.app", false, false, std::string(std::strerror(EXDEV))}));
+    EXPECT_TRUE(fs::exists(trash_ + "/Mounted.app/volume/keep"));
+    EXPECT_FALSE(fs::exists(trash_ + "/Mounted.app/beside"));
+}
+
+}  // namespace
+}  // namespace orvane
