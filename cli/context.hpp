@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "core/safety/protection.hpp"
+
 namespace orvane::cli {
 
 // Exit statuses of every command.
@@ -34,9 +36,21 @@ struct Input {
 };
 Input readInput(const std::string& fileOrDash, std::size_t limitBytes);
 
+// The user's protection list, from the ledger folder. A missing file is an empty list; a list that
+// does not decode is reported (and must never be overwritten on that ground).
+struct LoadedProtectList {
+    std::optional<ProtectList> list;
+    std::string error;
+};
+std::string protectListPath(const Context& context);
+LoadedProtectList loadProtectList(const Context& context);
+
 void addPlanCommands(CLI::App& app, Context& context);
 void addScanCommand(CLI::App& app, Context& context);
 void addDuCommand(CLI::App& app, Context& context);
+void addRepairCommand(CLI::App& app, Context& context);
+void addHistoryCommand(CLI::App& app, Context& context);
+void addMovesCommand(CLI::App& app, Context& context);
 void addVerdictCommand(CLI::App& app, Context& context);
 void addArtifactsCommand(CLI::App& app, Context& context);
 void addJanitorsCommand(CLI::App& app, Context& context);
@@ -45,5 +59,6 @@ void addJanitorsCommand(CLI::App& app, Context& context);
 // (no link is resolved, so that a path through a link stays one). An empty text stays empty.
 std::string absolutePath(const std::string& path);
 void addHelperCommands(CLI::App& app, Context& context);
+void addProtectCommands(CLI::App& app, Context& context);
 
 }  // namespace orvane::cli

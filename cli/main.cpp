@@ -19,11 +19,15 @@ int main(int argc, char** argv) {
 
     addScanCommand(app, context);
     addDuCommand(app, context);
+    addRepairCommand(app, context);
+    addHistoryCommand(app, context);
+    addMovesCommand(app, context);
     addVerdictCommand(app, context);
     addArtifactsCommand(app, context);
     addJanitorsCommand(app, context);
     addPlanCommands(app, context);
     addHelperCommands(app, context);
+    addProtectCommands(app, context);
 
     try {
         app.parse(argc, argv);

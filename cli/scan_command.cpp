@@ -118,7 +118,7 @@ int scanAsAdministrator(const ScanOptions& options, const std::string& root, Gen
     return status;
 }
 
-int runScan(const ScanOptions& options) {
+int runScan(const ScanOptions& options, const Context& context) {
     const std::string root = absolute(options.path);
     if (!isDirectory(root)) {
         printError(root + " is not a folder.");
@@ -146,6 +146,14 @@ int runScan(const ScanOptions& options) {
     if (options.json) {
         printJSON(toJSON(dump, JSONDateEncoding::iso8601));
     } else {
+        // What the user protected, or what is painful to lose, says so on its row.
+        auto loaded = loadProtectList(context);
+        const ProtectList list = loaded.list.value_or(ProtectList{});
+        const std::string userHome = home();
+        for (auto& item : dump.items) {
+            auto found = protection(item.id, list, {}, {}, userHome);
+            item = applyingProtection(std::move(item), found);
+        }
         std::cout << scope.label() << " — " << scope.subtitle() << "\n\n";
         printTable(dump, root);
     }
@@ -165,7 +173,7 @@ void addScanCommand(CLI::App& app, Context& context) {
     scan->add_flag("--admin", options->admin, "Ask the privileged helper to scan as administrator");
     scan->add_option("--socket", options->socket, "The helper's socket, with --admin")->capture_default_str();
     scan->add_flag("--json", options->json, "Print the scan as the helper writes it (JSON, dates as ISO 8601)");
-    scan->callback([options, &context] { context.exitCode = runScan(*options); });
+    scan->callback([options, &context] { context.exitCode = runScan(*options, context); });
 }
 
 }  // namespace orvane::cli

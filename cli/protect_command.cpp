@@ -1,0 +1,152 @@
+// orvane protect: the user's own list of what must be left alone.
+#include <filesystem>
+#include <iostream>
+
+#include "cli/context.hpp"
+#include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
+#include "core/ledger/ledger.hpp"
+#include "core/safety/protection.hpp"
+#include "core/scan/disk_measure.hpp"
+
+namespace orvane::cli {
+
+std::string protectListPath(const Context& context) {
+    const std::string folder = context.ledgerDir.empty() ? Ledger::dir() : context.ledgerDir;
+    return appendingPathComponent(folder, "protect-list.json");
+}
+
+LoadedProtectList loadProtectList(const Context& context) {
+    const std::string path = protectListPath(context);
+    auto text = readFile(path);
+    if (!text) {
+        if (std::filesystem::exists(path)) return {std::nullopt, "The protection list at " + path + " cannot be read."};
+        return {ProtectList{}, {}};
+    }
+    auto list = ProtectList::decode(*text);
+    if (!list)
+        return {std::nullopt, "The protection list at " + path +
+                                  " is damaged or from a newer release; it is left as it is."};
+    return {std::move(*list), {}};
+}
+
+namespace {
+
+struct ProtectOptions {
+    std::string path;
+    std::string app;
+    std::string label;
+    std::string id;
+    bool json = false;
+};
+
+bool save(const Context& context, const ProtectList& list) {
+    const std::string path = protectListPath(context);
+    std::error_code ec;
+    std::filesystem::create_directories(deletingLastPathComponent(path), ec);
+    if (!writeFileAtomically(path, list.encoded() + "\n", 0600)) {
+        printError("The protection list could not be written to " + path + ".");
+        return false;
+    }
+    return true;
+}
+
+std::string absolute(const std::string& path) {
+    std::error_code ec;
+    const std::string cwd = std::filesystem::current_path(ec).string();
+    return standardizePath(path.starts_with('/') ? path : appendingPathComponent(cwd, path));
+}
+
+int add(const Context& context, const ProtectOptions& o) {
+    if (o.path.empty() == o.app.empty()) {
+        printError("Give either a PATH or --app BUNDLE_ID to protect.");
+        return kBadInput;
+    }
+    auto loaded = loadProtectList(context);
+    if (!loaded.list) {
+        printError(loaded.error);
+        return kBadInput;
+    }
+    ProtectEntry entry;
+    entry.added = Clock::now();
+    if (!o.app.empty()) {
+        entry.kind = ProtectEntry::Kind::app;
+        entry.value = o.app;
+        entry.label = o.label.empty() ? o.app : o.label;
+        entry.appFolders = appProtectedRoots(o.app, entry.label, std::nullopt, home());
+    } else {
+        entry.value = absolute(o.path);
+        entry.kind = isDirectory(entry.value) ? ProtectEntry::Kind::folder : ProtectEntry::Kind::item;
+        entry.label = o.label.empty() ? lastPathComponent(entry.value) : o.label;
+    }
+    const std::size_t before = loaded.list->entries.size();
+    loaded.list->add(entry);
+    if (loaded.list->entries.size() == before) {
+        std::cout << entry.id() << " is already protected.\n";
+        return kDone;
+    }
+    if (!save(context, *loaded.list)) return kBadInput;
+    std::cout << "Protected " << entry.id() << ".\n";
+    return kDone;
+}
+
+int remove(const Context& context, const ProtectOptions& o) {
+    auto loaded = loadProtectList(context);
+    if (!loaded.list) {
+        printError(loaded.error);
+        return kBadInput;
+    }
+    const std::size_t before = loaded.list->entries.size();
+    loaded.list->remove(o.id);
+    if (loaded.list->entries.size() == before) {
+        printError("Nothing is protected under the id " + o.id + "; orvane protect list shows the ids.");
+        return kRefused;
+    }
+    if (!save(context, *loaded.list)) return kBadInput;
+    std::cout << "No longer protected: " << o.id << ".\n";
+    return kDone;
+}
+
+int list(const Context& context, const ProtectOptions& o) {
+    auto loaded = loadProtectList(context);
+    if (!loaded.list) {
+        printError(loaded.error);
+        return kBadInput;
+    }
+    if (o.json) {
+        printJSON(nlohmann::ordered_json::parse(loaded.list->encoded()));
+        return kDone;
+    }
+    if (loaded.list->entries.empty()) std::cout << "Nothing is protected yet.\n";
+    for (const auto& e : loaded.list->entries) {
+        std::cout << e.id() << "  " << e.label << " (added " << fmtDate(e.added) << ")\n";
+        if (e.kind == ProtectEntry::Kind::app)
+            for (const auto& root : e.appFolders) std::cout << "    " << root << '\n';
+    }
+    return kDone;
+}
+
+}  // namespace
+
+void addProtectCommands(CLI::App& app, Context& context) {
+    auto* protect = app.add_subcommand(
+        "protect", "Your own list of what must be left alone: protected items are never removed or moved");
+    protect->require_subcommand(1);
+    auto o = std::make_shared<ProtectOptions>();
+
+    auto* addCommand = protect->add_subcommand("add", "Protect a file or folder, or an app's folders (--app)");
+    addCommand->add_option("PATH", o->path, "The file or folder to protect");
+    addCommand->add_option("--app", o->app, "Protect the folders of the app with this bundle identifier instead");
+    addCommand->add_option("--label", o->label, "The name to show (default: the last part of the path)");
+    addCommand->callback([o, &context] { context.exitCode = add(context, *o); });
+
+    auto* removeCommand = protect->add_subcommand("remove", "Stop protecting the entry with this id (see list)");
+    removeCommand->add_option("ID", o->id, "The entry's id, such as folder:/Users/a/Stems")->required();
+    removeCommand->callback([o, &context] { context.exitCode = remove(context, *o); });
+
+    auto* listCommand = protect->add_subcommand("list", "Show what is protected, oldest first");
+    listCommand->add_flag("--json", o->json, "Print the list in its file form");
+    listCommand->callback([o, &context] { context.exitCode = list(context, *o); });
+}
+
+}  // namespace orvane::cli

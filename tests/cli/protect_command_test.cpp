@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/cli/run_orvane.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using orvane::testing::runOrvane;
+
+class ProtectCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/orvane-protect-XXXXXX";
+        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        fs::create_directories(dir_ + "/ledger");
+        fs::create_directories(dir_ + "/Stems");
+        ledger_ = "--ledger-dir " + dir_ + "/ledger ";
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    std::string dir_, ledger_;
+};
+
+TEST_F(ProtectCommand, TheListSurvivesAndIsNeverOverwrittenWhenDamaged) {
+    EXPECT_EQ(runOrvane(ledger_ + "protect add " + dir_ + "/Stems --label Stems", dir_).out,
+              "Protected folder:" + dir_ + "/Stems.\n");
+    EXPECT_EQ(runOrvane(ledger_ + "protect add " + dir_ + "/Stems", dir_).out,
+              "folder:" + dir_ + "/Stems is already protected.\n");
+    auto listed = runOrvane(ledger_ + "protect list --json", dir_);
+    EXPECT_EQ(listed.status, 0);
+    auto json = nlohmann::json::parse(listed.out);
+    EXPECT_EQ(json["version"], 1);
+    EXPECT_EQ(json["entries"][0]["label"], "Stems");
+    EXPECT_EQ(json["entries"][0]["kind"], "folder");
+    EXPECT_TRUE(fs::exists(dir_ + "/ledger/protect-list.json"));
+
+    EXPECT_EQ(runOrvane(ledger_ + "protect remove folder:/nowhere", dir_).status, 1);
+    EXPECT_EQ(runOrvane(ledger_ + "protect remove folder:" + dir_ + "/Stems", dir_).status, 0);
+    EXPECT_EQ(runOrvane(ledger_ + "protect list", dir_).out, "Nothing is protected yet.\n");
+    EXPECT_EQ(runOrvane(ledger_ + "protect add", dir_).status, 2);
+
+    // A list from a newer release: reported, and left exactly as it was.
+    const std::string newer = R"({"version":2,"entries":[]})";
+    std::ofstream(dir_ + "/ledger/protect-list.json") << newer;
+    auto refused = runOrvane(ledger_ + "protect add " + dir_ + "/Stems", dir_);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("left as it is"), std::string::npos) << refused.err;
+    EXPECT_EQ(orvane::readFile(dir_ + "/ledger/protect-list.json"), newer);
+}
+
+}  // namespace
