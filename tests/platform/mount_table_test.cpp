@@ -1,5 +1,7 @@
 #include "core/platform/mount_table.hpp"
 
+#include "core/platform/platform.hpp"
+
 #include <gtest/gtest.h>
 
 namespace orvane::platform {
@@ -35,6 +37,26 @@ TEST(MountTable, LongestMountPointHoldsThePath) {
     EXPECT_EQ(mountContaining(table, "/media/My Drive/x")->mountPoint, "/media/My Drive");
     EXPECT_EQ(mountContaining(table, "/tmp/f")->source, "second");  // the later of two stacked
     EXPECT_FALSE(mountContaining({}, "/x"));
+}
+
+TEST(MountTable, BrowsableVolumesAreRealStorageOnly) {
+    auto volumes = browsableVolumesIn(parseMountInfo(
+        "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+        "2 1 0:5 / /proc rw - proc proc rw\n"
+        "3 1 0:6 / /sys/fs/cgroup rw - cgroup2 cgroup rw\n"
+        "4 1 0:7 / /dev/shm rw - tmpfs tmpfs rw\n"
+        "5 1 8:17 / /media/Backup\\040Drive rw - exfat /dev/sdb1 rw\n"
+        "6 1 8:33 / /run/media/ann/USB rw - vfat /dev/sdc1 rw\n"
+        "7 1 0:9 / /run/user/1000 rw - ext4 /dev/x rw\n"
+        "8 1 0:10 / /mnt/nas rw - nfs4 nas:/export rw\n"
+        "9 1 8:2 /etc/hosts /etc/hosts rw - ext4 /dev/sda1 rw\n"
+        "10 1 8:3 / /boot/efi rw - vfat /dev/sda2 rw\n"
+        "11 1 0:11 / /snap/core/1 ro - squashfs /dev/loop0 ro\n"
+        "12 1 8:17 / /media/Backup\\040Drive rw - exfat /dev/sdb1 rw\n"));
+    EXPECT_EQ(volumes, (std::vector<BrowsableVolume>{{"/", "/", true},
+                                                     {"/media/Backup Drive", "Backup Drive", true},
+                                                     {"/run/media/ann/USB", "USB", true},
+                                                     {"/mnt/nas", "nas", false}}));
 }
 
 }  // namespace
