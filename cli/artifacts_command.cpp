@@ -1,0 +1,177 @@
+// orvane artifacts: the rebuildable folders of the projects under a folder, what brings each
+// back, its size, and whether version control lets it be offered for removal.
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "cli/context.hpp"
+#include "core/cleanup/artifact_finder.hpp"
+#include "core/common/checked.hpp"
+#include "core/common/format.hpp"
+#include "core/platform/platform.hpp"
+
+namespace orvane::cli {
+namespace {
+
+// A home full of node_modules can take minutes for du; an hour means something is wrong.
+constexpr double kDuTimeout = 3600;
+
+struct ArtifactsOptions {
+    std::string path;
+    bool json = false;
+};
+
+struct Row {
+    ArtifactFinding finding;
+    SweepGitState git;
+    std::int64_t bytes = -1;
+    bool offered = false;
+};
+
+std::string offerText(const SweepGitState& state) {
+    switch (state.kind) {
+        case SweepGitState::Kind::notInRepo: return "yes — no repository holds it";
+        case SweepGitState::Kind::untracked: return "yes — git holds none of its files";
+        case SweepGitState::Kind::tracked: return "no — git holds files of it, so it is part of the project";
+        case SweepGitState::Kind::unknown: break;
+    }
+    return state.ignoredByGitignore ? "yes — git could not be asked, and the repository's .gitignore names it"
+                                    : "no — git could not be asked, and no .gitignore line names it";
+}
+
+std::string gitWord(const SweepGitState& state) {
+    switch (state.kind) {
+        case SweepGitState::Kind::notInRepo: return "notInRepo";
+        case SweepGitState::Kind::untracked: return "untracked";
+        case SweepGitState::Kind::tracked: return "tracked";
+        case SweepGitState::Kind::unknown: return "unknown";
+    }
+    return "unknown";
+}
+
+class Progress {
+public:
+    explicit Progress(bool on) : on_(on) {}
+    void say(const std::string& text) {
+        if (on_) std::cerr << "\r\033[K" << text << std::flush;
+    }
+    void clear() { say(""); }
+
+private:
+    bool on_;
+};
+
+int runArtifacts(const ArtifactsOptions& options) {
+    const std::string root = absolutePath(options.path);
+    auto facts = platform::lstatFacts(root);
+    if (!facts) {
+        printError("There is nothing at " + root + ".");
+        return kBadInput;
+    }
+    if (facts->isSymlink()) {
+        printError(root + " is a shortcut; give the folder it points to, since the walk follows no shortcut.");
+        return kBadInput;
+    }
+    if (!facts->isDirectory()) {
+        printError(root + " is not a folder.");
+        return kBadInput;
+    }
+
+    Progress progress(!options.json && ::isatty(STDERR_FILENO));
+    // du measures each folder while the walk goes on; what is left is measured at its end.
+    auto measured = findAndMeasureProjectArtifacts(root, {}, [&](std::int64_t folders, std::size_t found) {
+        progress.say("Looking through folders: " + std::to_string(folders) + ", rebuildable folders found: " +
+                     std::to_string(found) + "…");
+    }, kDuTimeout);
+    const auto& walk = measured.walk;
+
+    std::vector<std::string> paths;
+    for (const auto& a : walk.artifacts) paths.push_back(a.path);
+    progress.say("Asking git about " + std::to_string(paths.size()) + " folders…");
+    const auto states = sweepGitStates(paths);
+    progress.clear();
+
+    std::vector<Row> rows;
+    for (std::size_t i = 0; i < walk.artifacts.size(); ++i)
+        rows.push_back({walk.artifacts[i], states[i], measured.sizes[i], projectSweepOffers(states[i])});
+    std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.bytes > b.bytes; });
+
+    std::int64_t offeredBytes = 0;
+    std::size_t offeredCount = 0, offeredUnknown = 0;
+    for (const auto& row : rows) {
+        if (!row.offered) continue;
+        ++offeredCount;
+        if (row.bytes < 0) ++offeredUnknown;
+        else offeredBytes = checkedAdd(offeredBytes, row.bytes);
+    }
+
+    if (options.json) {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const auto& row : rows) {
+            list.push_back({{"path", row.finding.path},
+                            {"name", row.finding.rule.name},
+                            {"what", row.finding.rule.what},
+                            {"rebuild", row.finding.rule.rebuild},
+                            {"bytes", row.bytes},
+                            {"size", row.bytes < 0 ? "unknown" : fmtBytes(row.bytes)},
+                            {"git", gitWord(row.git)},
+                            {"ignoredByGitignore", row.git.kind == SweepGitState::Kind::unknown
+                                                       ? nlohmann::ordered_json(row.git.ignoredByGitignore)
+                                                       : nlohmann::ordered_json(nullptr)},
+                            {"offered", row.offered}});
+        }
+        nlohmann::ordered_json out;
+        out["root"] = root;
+        out["complete"] = walk.complete;
+        out["foldersVisited"] = walk.foldersVisited;
+        out["artifacts"] = std::move(list);
+        out["offeredCount"] = offeredCount;
+        out["offeredBytes"] = offeredBytes;
+        out["offeredSize"] = fmtBytes(offeredBytes);
+        out["offeredOfUnknownSize"] = offeredUnknown;
+        printJSON(out);
+        return kDone;
+    }
+
+    if (rows.empty()) {
+        std::cout << "No rebuildable folders under " << root << ".\n";
+    } else {
+        std::cout << "Rebuildable folders under " << root << ", largest first:\n";
+        for (const auto& row : rows) {
+            std::cout << '\n'
+                      << (row.bytes < 0 ? std::string("unknown size") : fmtBytes(row.bytes)) << "  "
+                      << row.finding.path << '\n'
+                      << "  " << row.finding.rule.what << "; brought back by " << row.finding.rule.rebuild << ".\n"
+                      << "  May be offered: " << offerText(row.git) << ".\n";
+        }
+        std::cout << '\n';
+    }
+    if (!walk.complete)
+        std::cout << "The walk stopped at its limit after " << walk.foldersVisited
+                  << " folders, so there may be more than these.\n";
+    std::cout << "May be offered: " << offeredCount << " of " << rows.size()
+              << (rows.size() == 1 ? " folder, " : " folders, ") << fmtBytes(offeredBytes) << " in all";
+    if (offeredUnknown > 0) std::cout << " (" << offeredUnknown << " of unknown size not counted)";
+    std::cout << ".\n";
+    return kDone;
+}
+
+}  // namespace
+
+void addArtifactsCommand(CLI::App& app, Context& context) {
+    auto options = std::make_shared<ArtifactsOptions>();
+    auto* artifacts = app.add_subcommand(
+        "artifacts",
+        "List the folders under PATH that a build brings back: node_modules beside a package.json, target beside "
+        "a Cargo.toml, .venv beside a pyproject.toml, build beside a CMakeLists.txt, and so on. Each comes with "
+        "what it is, what rebuilds it, its size as du counts it, and whether it may be offered for removal: never "
+        "when git holds files of it. Largest first; the total that may be offered comes last. The walk follows no "
+        "shortcut, stays on one file system, does not enter hidden folders or installed packages, and stops after "
+        "a million folders. Nothing is deleted.");
+    artifacts->add_option("PATH", options->path, "The folder to look through")->required();
+    artifacts->add_flag("--json", options->json, "Print the result as JSON");
+    artifacts->callback([options, &context] { context.exitCode = runArtifacts(*options); });
+}
+
+}  // namespace orvane::cli

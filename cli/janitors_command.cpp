@@ -1,0 +1,180 @@
+// orvane janitors: the tools on this machine that clean their own caches, and running one of
+// them with the user's confirmation. The tool does the deleting.
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "cli/context.hpp"
+#include "core/cleanup/vendor_janitors.hpp"
+#include "core/common/checked.hpp"
+#include "core/common/path.hpp"
+#include "core/scan/disk_measure.hpp"
+
+namespace orvane::cli {
+namespace {
+
+// Some clean-ups (a large Docker build cache) take many minutes; an hour means it is stuck.
+constexpr double kJanitorTimeout = 3600;
+constexpr double kMeasureTimeout = 600;
+
+struct JanitorsOptions {
+    bool json = false;
+    std::string runID;
+    bool yes = false;
+    bool runJSON = false;
+};
+
+std::string commandLine(const std::string& binary, const std::vector<std::string>& args) {
+    std::string line = binary;
+    for (const auto& a : args) line += " " + a;
+    return line;
+}
+
+int listJanitors(const JanitorsOptions& options) {
+    const bool progress = !options.json && ::isatty(STDERR_FILENO);
+    if (progress) std::cerr << "Checking which janitors' tools are installed and run…" << std::flush;
+    const auto found = detectVendorTools();
+    if (progress) std::cerr << "\r\033[K" << std::flush;
+
+    if (options.json) {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const auto& [tool, path] : found) {
+            std::vector<std::string> command = {path};
+            command.insert(command.end(), tool.args.begin(), tool.args.end());
+            list.push_back({{"id", tool.id},
+                            {"title", tool.title},
+                            {"path", path},
+                            {"command", command},
+                            {"note", tool.note},
+                            {"removesStoppedContainers", tool.removesStoppedContainers}});
+        }
+        printJSON({{"janitors", std::move(list)}});
+        return kDone;
+    }
+    if (found.empty()) {
+        std::cout << "No janitor's tool is installed and working on this machine.\n";
+        return kDone;
+    }
+    for (const auto& [tool, path] : found) {
+        std::cout << tool.title << " (" << tool.id << ")\n"
+                  << "  tool:   " << path << '\n'
+                  << "  cleans: " << commandLine(path, tool.args) << '\n'
+                  << "  " << tool.note << "\n\n";
+    }
+    std::cout << "Run one with: orvane janitors run ID\n";
+    return kDone;
+}
+
+// The sizes of the cache folders this janitor empties; -1 when one could not be measured.
+std::int64_t cacheBytes(const std::vector<std::string>& folders) {
+    std::int64_t total = 0;
+    for (const auto& folder : folders) {
+        if (!fileExists(folder)) continue;
+        const std::int64_t bytes = duBatchSizes({folder}, kMeasureTimeout)[folder];
+        if (bytes < 0) return -1;
+        total = checkedAdd(total, bytes);
+    }
+    return total;
+}
+
+bool confirmed(const JanitorConfirmation& confirmation) {
+    std::cout << confirmation.title << "\n\n" << confirmation.message << "\n\nGo ahead? [y/N] " << std::flush;
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return false;
+    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+}
+
+int runJanitor(const JanitorsOptions& options) {
+    const auto& table = vendorToolTable();
+    auto row = std::find_if(table.begin(), table.end(), [&](const VendorTool& t) { return t.id == options.runID; });
+    if (row == table.end()) {
+        printError("No janitor is called \"" + options.runID + "\"; orvane janitors lists the ones here.");
+        return kBadInput;
+    }
+    // Asked before anything runs, even the harmless preflight.
+    if (!options.yes && options.runJSON) {
+        printError("With --json, give --yes: the confirmation cannot be asked in JSON output.");
+        return kBadInput;
+    }
+    if (!options.yes && !::isatty(STDIN_FILENO)) {
+        printError("Nothing was run: confirm on a terminal, or give --yes.");
+        return kBadInput;
+    }
+    const auto found = detectVendorTools({*row});
+    if (found.empty()) {
+        printError("The " + row->title + " janitor's tool is not installed here, or it did not pass its harmless run (" +
+                   commandLine(lastPathComponent(row->candidates.front()), row->preflightArgs) + ").");
+        return kRefused;
+    }
+    const VendorTool& tool = found.front().tool;
+    const std::string& binary = found.front().path;
+
+    if (!options.yes && !confirmed(vendorJanitorConfirmation(tool, binary))) {
+        std::cout << "Nothing was run.\n";
+        return kRefused;
+    }
+
+    const auto folders = vendorJanitorCachePaths(tool.id);
+    const std::int64_t before = cacheBytes(folders);
+    if (!options.runJSON) std::cout << "Running " << commandLine(binary, tool.args) << " …\n" << std::flush;
+    const ToolRun run = runVendorJanitor(tool, binary, kJanitorTimeout);
+    const std::int64_t after = cacheBytes(folders);
+    const JanitorSpaceClaim claim = before > 0 && after >= 0 && before > after
+                                        ? JanitorSpaceClaim::approximate(before - after)
+                                        : JanitorSpaceClaim::none();
+
+    const bool done = run.status == 0 && !run.timedOut;
+    std::string message;
+    if (done) message = janitorDoneStatus(claim);
+    else if (run.timedOut) message = "✗ " + tool.title + "'s cleanup did not finish within an hour and was stopped.";
+    else if (run.status < 0) message = "✗ " + tool.title + "'s cleanup could not be started.";
+    else message = "✗ " + tool.title + "'s cleanup ended with status " + std::to_string(run.status) + ".";
+
+    if (options.runJSON) {
+        nlohmann::ordered_json out;
+        out["id"] = tool.id;
+        out["path"] = binary;
+        out["status"] = run.status;
+        out["timedOut"] = run.timedOut;
+        out["output"] = run.lines;
+        out["done"] = done;
+        out["approximateBytes"] = claim.bytes() ? nlohmann::ordered_json(*claim.bytes()) : nullptr;
+        out["message"] = message;
+        printJSON(out);
+    } else {
+        for (const auto& line : run.lines) std::cout << "  " << line << '\n';
+        std::cout << message << '\n';
+    }
+    return done ? kDone : kRefused;
+}
+
+}  // namespace
+
+void addJanitorsCommand(CLI::App& app, Context& context) {
+    auto options = std::make_shared<JanitorsOptions>();
+    auto* janitors = app.add_subcommand(
+        "janitors",
+        "List the janitors usable here: developer tools with their own clean-up command (Homebrew, Docker, npm, "
+        "pip, Go, ...) that are installed and pass a harmless run such as --version. Each shows the tool's path "
+        "and the command that would clean. Nothing is run but those harmless runs; `orvane janitors run ID` runs "
+        "one clean-up.");
+    janitors->add_flag("--json", options->json, "Print the list as JSON");
+
+    auto* run = janitors->add_subcommand(
+        "run",
+        "Run janitor ID's own clean-up command, after showing what it does and asking for confirmation on a "
+        "terminal. It deletes permanently: the tool does the removing, and nothing goes to the Trash. Exit 0 when "
+        "the tool reported success, 1 when it failed or the answer was no, 2 when there was nothing to confirm "
+        "on and --yes was not given.");
+    run->add_option("ID", options->runID, "The janitor's id, as orvane janitors lists it (npm, brew, docker, ...)")
+        ->required();
+    run->add_flag("--yes", options->yes, "Run without asking");
+    run->add_flag("--json", options->runJSON, "Print the result as JSON (needs --yes)");
+
+    janitors->callback([options, run, &context] {
+        context.exitCode = run->parsed() ? runJanitor(*options) : listJanitors(*options);
+    });
+}
+
+}  // namespace orvane::cli

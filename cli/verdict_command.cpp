@@ -1,0 +1,80 @@
+// orvane verdict: whether each path may be deleted, and if not, the sentence that says why.
+#include <iostream>
+
+#include "cli/context.hpp"
+#include "core/safety/delete_verdict.hpp"
+#include "core/safety/removal_blocker.hpp"
+
+namespace orvane::cli {
+namespace {
+
+// A quick look for a flag that even root cannot override; a miss says nothing beyond this budget.
+constexpr int kBlockerDepth = 3;
+constexpr int kBlockerEntries = 2000;
+
+struct VerdictOptions {
+    std::vector<std::string> paths;
+    bool permanently = false;
+    bool json = false;
+};
+
+std::string_view verdictWord(const DeleteVerdict& verdict) {
+    if (verdict.refused()) return "refuse";
+    return std::holds_alternative<DeleteVerdict::Trash>(verdict.value) ? "trash" : "removePermanently";
+}
+
+int runVerdict(const VerdictOptions& options) {
+    bool allAllowed = true;
+    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+    for (const auto& typed : options.paths) {
+        const std::string path = absolutePath(typed);
+        const DeleteVerdict verdict = onDiskDeleteVerdict(path, options.permanently);
+        // A refused item is not going anywhere, so only an allowed one is looked into.
+        std::optional<RemovalBlocker> blocker;
+        if (!verdict.refused()) blocker = removalBlocker(path, kBlockerDepth, kBlockerEntries);
+        allAllowed = allAllowed && !verdict.refused() && !blocker;
+
+        if (options.json) {
+            nlohmann::ordered_json row;
+            row["path"] = path;
+            row["verdict"] = verdictWord(verdict);
+            row["reason"] = verdict.reason() ? nlohmann::ordered_json(*verdict.reason()) : nullptr;
+            row["blocker"] = nullptr;
+            if (blocker)
+                row["blocker"] = {{"kind", rawValue(blocker->kind)}, {"path", blocker->path}, {"reason", blocker->reason()}};
+            rows.push_back(std::move(row));
+            continue;
+        }
+        if (auto reason = verdict.reason()) std::cout << path << ": refused — " << *reason << '\n';
+        else std::cout << path << (options.permanently ? ": remove permanently" : ": trash") << '\n';
+        if (blocker) std::cout << "  but " << blocker->reason() << '\n';
+    }
+    if (options.json) {
+        nlohmann::ordered_json out;
+        out["allowed"] = allAllowed;
+        out["paths"] = std::move(rows);
+        printJSON(out);
+    }
+    return allAllowed ? kDone : kRefused;
+}
+
+}  // namespace
+
+void addVerdictCommand(CLI::App& app, Context& context) {
+    auto options = std::make_shared<VerdictOptions>();
+    auto* verdict = app.add_subcommand(
+        "verdict",
+        "Say for each PATH whether it may be deleted: \"PATH: trash\", \"PATH: remove permanently\" with "
+        "--permanently, or \"PATH: refused — REASON\". Refused are the system's places, mount points, the home "
+        "and the folders above it, anything reached through a shortcut, and any folder that is or holds a source "
+        "project (its rebuildable parts are what `orvane artifacts` lists). An allowed path is also looked into "
+        "briefly for a flag that forbids removal even to root, which is named on the next line. Nothing is "
+        "deleted. Exit 0 when every path may go, 1 when one is refused or blocked.");
+    verdict->add_option("PATH", options->paths, "Files or folders to judge")->required();
+    verdict->add_flag("--permanently", options->permanently,
+                      "Judge a removal for good rather than a move to the Trash");
+    verdict->add_flag("--json", options->json, "Print the result as JSON");
+    verdict->callback([options, &context] { context.exitCode = runVerdict(*options); });
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,256 @@
+#include "core/cleanup/project_artifacts.hpp"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(ProjectArtifactRules, FifteenRowsInOrder) {
+    const auto& rules = projectArtifactRules();
+    std::vector<std::string> names;
+    for (const auto& r : rules) names.push_back(r.name);
+    EXPECT_EQ(names, (std::vector<std::string>{"node_modules", "target", ".build", "Pods", ".venv", "venv", ".next",
+                                               ".nuxt", ".svelte-kit", ".turbo", ".parcel-cache", ".gradle", "build",
+                                               ".dart_tool", ".tox"}));
+    const std::vector<std::string> python = {"pyproject.toml", "requirements.txt", "Pipfile",
+                                             "setup.py",       "uv.lock",          "poetry.lock"};
+    const std::vector<std::string> gradle = {"build.gradle", "build.gradle.kts", "settings.gradle",
+                                             "settings.gradle.kts"};
+    EXPECT_EQ(rules[0], (ProjectArtifactRule{"node_modules", {"package.json"}, "JavaScript packages",
+                                             "'npm install' (or yarn or pnpm) in the project"}));
+    EXPECT_EQ(rules[1], (ProjectArtifactRule{"target", {"Cargo.toml"}, "Rust build output",
+                                             "'cargo build'; or run 'cargo clean' there yourself"}));
+    EXPECT_EQ(rules[4], (ProjectArtifactRule{".venv", python, "Python environment",
+                                             "re-creating it ('uv sync' or 'pip install')"}));
+    EXPECT_EQ(rules[5].manifests, python);
+    EXPECT_EQ(rules[6].rebuild, "the next 'next build' or 'next dev'");
+    EXPECT_EQ(rules[9].manifests, (std::vector<std::string>{"package.json", "turbo.json"}));
+    EXPECT_EQ(rules[11], (ProjectArtifactRule{".gradle", gradle, "Gradle project cache", "the next Gradle build"}));
+    EXPECT_EQ(rules[12].manifests,
+              (std::vector<std::string>{"build.gradle", "build.gradle.kts", "settings.gradle", "settings.gradle.kts",
+                                        "pubspec.yaml", "CMakeLists.txt"}));
+    EXPECT_EQ(rules[13], (ProjectArtifactRule{".dart_tool", {"pubspec.yaml"}, "Dart and Flutter tool cache",
+                                              "'flutter pub get'"}));
+    EXPECT_EQ(rules[14], (ProjectArtifactRule{".tox", {"tox.ini"}, "tox test environments", "the next 'tox' run"}));
+}
+
+TEST(ProjectArtifactRules, NameSets) {
+    EXPECT_EQ(projectMarkerNames.size(), 17u);
+    EXPECT_EQ(sourceCodeExts.size(), 33u);
+    EXPECT_EQ(rebuildableDirNames.size(), 27u);
+    EXPECT_EQ(packageInstallDirNames.size(), 8u);
+    EXPECT_TRUE(isProjectMarkerName("Makefile"));
+    EXPECT_FALSE(isProjectMarkerName("makefile"));  // exact and case-sensitive
+    EXPECT_TRUE(isRebuildableDirName("Build"));
+    EXPECT_TRUE(isRebuildableDirName("DerivedData"));
+    EXPECT_FALSE(isRebuildableDirName("BUILD"));
+    EXPECT_TRUE(isPackageInstallDirName("dist-packages"));
+    EXPECT_FALSE(isPackageInstallDirName("target"));
+}
+
+TEST(ProjectArtifactRule, NeedsAManifestBeside) {
+    struct Case {
+        std::string dir;
+        std::set<std::string, std::less<>> siblings;
+        std::optional<std::string> expectedWhat;
+    };
+    const std::vector<Case> cases = {
+        {"build", {"pubspec.yaml"}, "Build output"},
+        {"build", {"Makefile"}, std::nullopt},  // a project marker, but no manifest of this row
+        {"build", {"CMakeLists.txt", "src"}, "Build output"},
+        {"target", {}, std::nullopt},
+        {"target", {"pom.xml"}, std::nullopt},
+        {"target", {"Cargo.toml"}, "Rust build output"},
+        {"Target", {"Cargo.toml"}, std::nullopt},  // names are exact
+        {"node_modules", {"package.json"}, "JavaScript packages"},
+        {"node_modules", {"Package.json"}, std::nullopt},
+        {".turbo", {"turbo.json"}, "Turborepo cache"},
+        {"venv", {"poetry.lock"}, "Python environment"},
+        {".venv", {"requirements.txt"}, "Python environment"},
+        {".build", {"Package.swift"}, "Swift package build output"},
+        {"src", {"package.json"}, std::nullopt},
+        {".gradle", {"settings.gradle.kts"}, "Gradle project cache"},
+    };
+    for (const auto& c : cases) {
+        auto rule = projectArtifactRule(c.dir, c.siblings);
+        EXPECT_EQ(rule ? std::optional<std::string>(rule->what) : std::nullopt, c.expectedWhat) << c.dir;
+        if (rule) {
+            EXPECT_EQ(rule->name, c.dir);
+        }
+    }
+}
+
+TEST(GitRepoRoot, WalksUpFromTheParentAndNeverTestsTheRoot) {
+    std::vector<std::string> asked;
+    auto disk = [&](std::set<std::string> present) {
+        return [&asked, present](const std::string& p) {
+            asked.push_back(p);
+            return present.contains(p);
+        };
+    };
+
+    EXPECT_EQ(gitRepoRoot("/a", disk({"/.git", "/a/.git"})), std::nullopt);
+    EXPECT_TRUE(asked.empty());  // the parent is "/", which is never tested
+
+    asked.clear();
+    EXPECT_EQ(gitRepoRoot("/r/app/node_modules", disk({"/r/.git"})), "/r");
+    EXPECT_EQ(asked, (std::vector<std::string>{"/r/app/.git", "/r/.git"}));
+
+    asked.clear();
+    EXPECT_EQ(gitRepoRoot("/r/app", disk({"/r/app/.git"})), std::nullopt);  // the folder itself is not tested
+    EXPECT_EQ(asked, (std::vector<std::string>{"/r/.git"}));
+
+    asked.clear();
+    EXPECT_EQ(gitRepoRoot("/r/app/x/build", disk({"/r/.git", "/r/app/.git"})), "/r/app");  // the nearest
+}
+
+TEST(GitignoreMentions, PlainNamesOnly) {
+    struct Case {
+        std::string text;
+        std::string name;
+        std::string relative;
+        bool expected;
+    };
+    const std::vector<Case> cases = {
+        {"build/", "build", "build", true},
+        {"build", "build", "build", true},
+        {"/build", "build", "build", true},
+        {"/build/", "build", "build", true},
+        {"**/build", "build", "build", false},
+        {"!build", "build", "build", false},
+        {"# build", "build", "build", false},
+        {"build*", "build", "build", false},  // a wildcard matches only as that very text
+        {"  build/\t", "build", "build", true},
+        {"sub/build/", "build", "sub/build", true},
+        {"build", "build", "sub/build", true},
+        {"/sub/build", "build", "sub/build", true},
+        {"other/build", "build", "sub/build", false},
+        {"x\n\n\nnode_modules\n", "node_modules", "web/node_modules", true},
+        {"x\r\nnode_modules\r\n", "node_modules", "node_modules", true},  // saved with Windows line ends
+        {"", "build", "build", false},
+        {"Build", "build", "build", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(gitignoreMentions(c.text, c.name, c.relative), c.expected) << "'" << c.text << "' " << c.relative;
+}
+
+TEST(ProjectSweepOffers, OnlyWhatGitDoesNotHold) {
+    EXPECT_TRUE(projectSweepOffers(SweepGitState::notInRepo()));
+    EXPECT_TRUE(projectSweepOffers(SweepGitState::untracked()));
+    EXPECT_TRUE(projectSweepOffers(SweepGitState::unknown(true)));
+    EXPECT_FALSE(projectSweepOffers(SweepGitState::tracked()));
+    EXPECT_FALSE(projectSweepOffers(SweepGitState::unknown(false)));
+}
+
+TEST(ProjectMarker, NamesThenSuffixesThenTwoSources) {
+    struct Case {
+        std::vector<std::string> names;
+        std::optional<std::string> expected;
+    };
+    const std::vector<Case> cases = {
+        {{"b.swift", "a.swift"}, "a.swift"},
+        {{"a.swift"}, std::nullopt},  // one lone source file makes no project
+        {{"a.SWIFT", "b.py"}, "a.SWIFT"},
+        {{"README.md", "Makefile", "package.json"}, "Makefile"},  // first in the given order
+        {{"z.py", "y.py", "App.xcodeproj"}, "App.xcodeproj"},    // a suffix before source files
+        {{"App.xcworkspace", ".git"}, ".git"},                    // a name before a suffix
+        {{"notes.txt", "photo.jpg"}, std::nullopt},
+        {{".swift", "a."}, std::nullopt},  // no extension in either
+        {{"x.tar.gz", "main.c", "util.h"}, "main.c"},
+        {{}, std::nullopt},
+        {{"makefile", "cargo.toml"}, std::nullopt},  // names are exact
+    };
+    for (const auto& c : cases) EXPECT_EQ(projectMarker(c.names), c.expected) << ::testing::PrintToString(c.names);
+}
+
+TEST(IsPackageInstallCopy, WholeComponents) {
+    EXPECT_TRUE(isPackageInstallCopy("/p/.venv/lib/python3.12/site-packages/x"));
+    EXPECT_TRUE(isPackageInstallCopy("/p/node_modules/left-pad"));
+    EXPECT_TRUE(isPackageInstallCopy("Pods"));
+    EXPECT_FALSE(isPackageInstallCopy("/home/a/venvs/x"));
+    EXPECT_FALSE(isPackageInstallCopy("/home/a/my-node_modules/x"));
+    EXPECT_FALSE(isPackageInstallCopy("/"));
+}
+
+// A real repository: tracked, untracked, ignored folders, and one outside any repository.
+class SweepGitStateTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/orvane-sweep-XXXXXX";
+        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        repo_ = dir_ + "/repo";
+        for (auto d : {"/repo/tracked/build", "/repo/app/node_modules/x", "/repo/ignored/target", "/repo/odd/build",
+                       "/outside/target"})
+            fs::create_directories(dir_ + d);
+        write(repo_ + "/tracked/build/out.txt", "kept in git");
+        write(repo_ + "/app/node_modules/x/index.js", "module");
+        write(repo_ + "/ignored/target/bin", "binary");
+        write(repo_ + "/.gitignore", "target/\n");
+        // A tracked name that is not valid UTF-8: git must still be heard to hold it.
+        write(repo_ + "/odd/build/caf\xE9.txt", "latin-1 name");
+        ASSERT_EQ(git("init -q ."), 0);
+        ASSERT_EQ(git("add tracked .gitignore odd"), 0);
+        ASSERT_EQ(git("commit -q -m initial"), 0);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    int git(const std::string& args) {
+        const std::string command = "cd '" + repo_ + "' && /usr/bin/git -c user.email=t@example.com -c user.name=t " +
+                                    "-c init.defaultBranch=main " + args + " >/dev/null 2>&1";
+        return std::system(command.c_str());
+    }
+    static void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+    std::string dir_, repo_;
+};
+
+TEST_F(SweepGitStateTest, AsksGit) {
+    if (!gitMayBeAsked()) GTEST_SKIP() << "/usr/bin/git is not an executable file here";
+    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build", repo_), SweepGitState::tracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_), SweepGitState::untracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_), SweepGitState::untracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/odd/build", repo_), SweepGitState::tracked());
+    EXPECT_EQ(sweepGitState(dir_ + "/outside/target", std::nullopt), SweepGitState::notInRepo());
+    EXPECT_EQ(gitRepoRoot(repo_ + "/app/node_modules"), repo_);
+    EXPECT_EQ(gitRepoRoot(dir_ + "/outside/target"), std::nullopt);
+    // A folder given with a trailing slash is asked about the same way.
+    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build/", repo_), SweepGitState::tracked());
+}
+
+TEST_F(SweepGitStateTest, GitFailingIsUnknownAndNotOffered) {
+    if (!gitMayBeAsked()) GTEST_SKIP() << "/usr/bin/git is not an executable file here";
+    // A "repository" that git does not know: ls-files fails.
+    const std::string notRepo = dir_ + "/outside";
+    auto state = sweepGitState(notRepo + "/target", notRepo);
+    EXPECT_EQ(state, SweepGitState::unknown(false)) << describe(state);
+    EXPECT_FALSE(projectSweepOffers(state));
+}
+
+TEST_F(SweepGitStateTest, WithoutGitOnlyTheGitignoreSpeaks) {
+    auto closed = [] { return false; };
+    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_, closed), SweepGitState::unknown(true));
+    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_, closed), SweepGitState::unknown(false));
+    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build", repo_, closed), SweepGitState::unknown(false));
+    fs::remove(repo_ + "/.gitignore");  // unreadable counts as empty
+    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_, closed), SweepGitState::unknown(false));
+    write(repo_ + "/.gitignore", "target/\n\xFF\xFE");  // not UTF-8: empty as well
+    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_, closed), SweepGitState::unknown(false));
+    write(repo_ + "/.gitignore", "/app/node_modules/\n");
+    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_, closed), SweepGitState::unknown(true));
+    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", std::nullopt, closed), SweepGitState::notInRepo());
+}
+
+TEST(SweepGitStateWords, Describe) {
+    EXPECT_EQ(describe(SweepGitState::unknown(true)), "unknown(ignoredByGitignore: true)");
+    EXPECT_EQ(describe(SweepGitState::tracked()), "tracked");
+}
+
+}  // namespace
+}  // namespace orvane
