@@ -2,7 +2,9 @@
 #include <iostream>
 
 #include "cli/context.hpp"
+#include "core/common/path.hpp"
 #include "core/safety/delete_verdict.hpp"
+#include "core/safety/protection.hpp"
 #include "core/safety/removal_blocker.hpp"
 
 namespace orvane::cli {
@@ -23,22 +25,32 @@ std::string_view verdictWord(const DeleteVerdict& verdict) {
     return std::holds_alternative<DeleteVerdict::Trash>(verdict.value) ? "trash" : "removePermanently";
 }
 
-int runVerdict(const VerdictOptions& options) {
+int runVerdict(const VerdictOptions& options, const Context& context) {
+    // The user's own protections refuse too; an unreadable list protects nothing here, and is
+    // reported so the user knows.
+    auto loaded = loadProtectList(context);
+    if (!loaded.list && !options.json) printError(loaded.error + " Protections are not applied.");
+    const ProtectList protections = loaded.list.value_or(ProtectList{});
+    const std::string userHome = home();
     bool allAllowed = true;
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     for (const auto& typed : options.paths) {
         const std::string path = absolutePath(typed);
         const DeleteVerdict verdict = onDiskDeleteVerdict(path, options.permanently);
+        const std::optional<std::string> protectedBy =
+            verdict.refused() ? std::nullopt : protectionRefusal(path, protections, {}, {}, userHome);
         // A refused item is not going anywhere, so only an allowed one is looked into.
         std::optional<RemovalBlocker> blocker;
-        if (!verdict.refused()) blocker = removalBlocker(path, kBlockerDepth, kBlockerEntries);
-        allAllowed = allAllowed && !verdict.refused() && !blocker;
+        if (!verdict.refused() && !protectedBy) blocker = removalBlocker(path, kBlockerDepth, kBlockerEntries);
+        allAllowed = allAllowed && !verdict.refused() && !protectedBy && !blocker;
 
         if (options.json) {
             nlohmann::ordered_json row;
             row["path"] = path;
-            row["verdict"] = verdictWord(verdict);
-            row["reason"] = verdict.reason() ? nlohmann::ordered_json(*verdict.reason()) : nullptr;
+            row["verdict"] = protectedBy ? "refuse" : verdictWord(verdict);
+            row["reason"] = verdict.reason() ? nlohmann::ordered_json(*verdict.reason())
+                            : protectedBy   ? nlohmann::ordered_json(*protectedBy)
+                                            : nlohmann::ordered_json(nullptr);
             row["blocker"] = nullptr;
             if (blocker)
                 row["blocker"] = {{"kind", rawValue(blocker->kind)}, {"path", blocker->path}, {"reason", blocker->reason()}};
@@ -46,6 +58,7 @@ int runVerdict(const VerdictOptions& options) {
             continue;
         }
         if (auto reason = verdict.reason()) std::cout << path << ": refused — " << *reason << '\n';
+        else if (protectedBy) std::cout << path << ": refused — " << *protectedBy << '\n';
         else std::cout << path << (options.permanently ? ": remove permanently" : ": trash") << '\n';
         if (blocker) std::cout << "  but " << blocker->reason() << '\n';
     }
@@ -67,14 +80,15 @@ void addVerdictCommand(CLI::App& app, Context& context) {
         "Say for each PATH whether it may be deleted: \"PATH: trash\", \"PATH: remove permanently\" with "
         "--permanently, or \"PATH: refused — REASON\". Refused are the system's places, mount points, the home "
         "and the folders above it, anything reached through a shortcut, and any folder that is or holds a source "
-        "project (its rebuildable parts are what `orvane artifacts` lists). An allowed path is also looked into "
+        "project (its rebuildable parts are what `orvane artifacts` lists), and what you protected with `orvane "
+        "protect` (or what holds it). An allowed path is also looked into "
         "briefly for a flag that forbids removal even to root, which is named on the next line. Nothing is "
         "deleted. Exit 0 when every path may go, 1 when one is refused or blocked.");
     verdict->add_option("PATH", options->paths, "Files or folders to judge")->required();
     verdict->add_flag("--permanently", options->permanently,
                       "Judge a removal for good rather than a move to the Trash");
     verdict->add_flag("--json", options->json, "Print the result as JSON");
-    verdict->callback([options, &context] { context.exitCode = runVerdict(*options); });
+    verdict->callback([options, &context] { context.exitCode = runVerdict(*options, context); });
 }
 
 }  // namespace orvane::cli

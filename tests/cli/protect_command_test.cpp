@@ -28,6 +28,15 @@ TEST_F(ProtectCommand, TheListSurvivesAndIsNeverOverwrittenWhenDamaged) {
               "Protected folder:" + dir_ + "/Stems.\n");
     EXPECT_EQ(runOrvane(ledger_ + "protect add " + dir_ + "/Stems", dir_).out,
               "folder:" + dir_ + "/Stems is already protected.\n");
+    // A protected folder, and the folder holding it, are refused by the verdict.
+    fs::create_directories(dir_ + "/work/Stems");
+    runOrvane(ledger_ + "protect add " + dir_ + "/work/Stems", dir_);
+    auto verdict = runOrvane(ledger_ + "verdict " + dir_ + "/work/Stems " + dir_ + "/work", dir_);
+    EXPECT_EQ(verdict.status, 1);
+    EXPECT_EQ(verdict.out, dir_ + "/work/Stems: refused — Kept because you protected it.\n" + dir_ +
+                               "/work: refused — Kept because you protected Stems inside it.\n");
+    runOrvane(ledger_ + "protect remove folder:" + dir_ + "/work/Stems", dir_);
+
     auto listed = runOrvane(ledger_ + "protect list --json", dir_);
     EXPECT_EQ(listed.status, 0);
     auto json = nlohmann::json::parse(listed.out);
