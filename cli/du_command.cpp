@@ -19,16 +19,9 @@ struct DuOptions {
     bool json = false;
 };
 
-std::string absolute(const std::string& path) {
-    if (path.starts_with('/')) return path;
-    char cwd[4096];
-    if (!::getcwd(cwd, sizeof cwd)) return path;
-    return standardizePath(appendingPathComponent(cwd, path), [](const std::string&) { return false; });
-}
-
 int runDu(const DuOptions& options) {
     std::vector<std::string> paths;
-    for (const auto& p : options.paths) paths.push_back(absolute(p));
+    for (const auto& p : options.paths) paths.push_back(absolutePath(p));
 
     const bool showProgress = !options.json && ::isatty(STDERR_FILENO);
     if (showProgress) std::cerr << "Measuring " << paths.size() << (paths.size() == 1 ? " path" : " paths") << " with du…" << std::flush;

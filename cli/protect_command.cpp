@@ -51,12 +51,6 @@ bool save(const Context& context, const ProtectList& list) {
     return true;
 }
 
-std::string absolute(const std::string& path) {
-    std::error_code ec;
-    const std::string cwd = std::filesystem::current_path(ec).string();
-    return standardizePath(path.starts_with('/') ? path : appendingPathComponent(cwd, path));
-}
-
 int add(const Context& context, const ProtectOptions& o) {
     if (o.path.empty() == o.app.empty()) {
         printError("Give either a PATH or --app BUNDLE_ID to protect.");
@@ -75,7 +69,7 @@ int add(const Context& context, const ProtectOptions& o) {
         entry.label = o.label.empty() ? o.app : o.label;
         entry.appFolders = appProtectedRoots(o.app, entry.label, std::nullopt, home());
     } else {
-        entry.value = absolute(o.path);
+        entry.value = standardizePath(absolutePath(o.path));
         entry.kind = isDirectory(entry.value) ? ProtectEntry::Kind::folder : ProtectEntry::Kind::item;
         entry.label = o.label.empty() ? lastPathComponent(entry.value) : o.label;
     }

@@ -26,13 +26,6 @@ struct ScanOptions {
     std::string socket = "/var/run/com.velloran.orvane.helper.sock";
 };
 
-std::string absolute(const std::string& path) {
-    if (path.starts_with('/')) return standardizePath(path, [](const std::string&) { return false; });
-    std::error_code ec;
-    auto cwd = std::filesystem::current_path(ec);
-    return standardizePath(appendingPathComponent(ec ? "/" : cwd.string(), path), [](const std::string&) { return false; });
-}
-
 // One line that a terminal overwrites as the scan moves on; nothing when output is not a terminal.
 class Phase {
 public:
@@ -119,7 +112,7 @@ int scanAsAdministrator(const ScanOptions& options, const std::string& root, Gen
 }
 
 int runScan(const ScanOptions& options, const Context& context) {
-    const std::string root = absolute(options.path);
+    const std::string root = standardizePath(absolutePath(options.path), [](const std::string&) { return false; });
     if (!isDirectory(root)) {
         printError(root + " is not a folder.");
         return kBadInput;

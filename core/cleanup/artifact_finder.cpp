@@ -13,6 +13,7 @@
 #include <set>
 #include <thread>
 
+#include "core/common/folder_entries.hpp"
 #include "core/common/path.hpp"
 #include "core/scan/disk_measure.hpp"
 
@@ -25,35 +26,7 @@ constexpr std::size_t kDuBatch = 500;
 // du runs at a time beside the walk: du is bound by the file system's metadata, so two overlap well.
 constexpr int kMeasurers = 2;
 
-struct Entry {
-    std::string name;
-    bool isFolder = false;  // a real folder: not a link to one
-};
-
-// The entries of an open folder; the descriptor is consumed. Where the file system gives no
-// type, one fstatat without following links tells.
-std::vector<Entry> readEntries(int fd) {
-    std::vector<Entry> entries;
-    DIR* dir = ::fdopendir(fd);
-    if (!dir) {
-        ::close(fd);
-        return entries;
-    }
-    while (const dirent* e = ::readdir(dir)) {
-        const std::string_view name = e->d_name;
-        if (name == "." || name == "..") continue;
-        bool folder = e->d_type == DT_DIR;
-        if (e->d_type == DT_UNKNOWN) {
-            struct stat st{};
-            folder = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
-        }
-        entries.push_back({std::string(name), folder});
-    }
-    ::closedir(dir);
-    return entries;
-}
-
-std::set<std::string, std::less<>> namesOf(const std::vector<Entry>& entries) {
+std::set<std::string, std::less<>> namesOf(const std::vector<FolderEntry>& entries) {
     std::set<std::string, std::less<>> names;
     for (const auto& e : entries) names.insert(e.name);
     return names;
@@ -87,7 +60,7 @@ ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLim
         const std::string parent = deletingLastPathComponent(root);
         int parentFD = parent.empty() ? -1 : ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (parentFD >= 0) {
-            if (auto rule = projectArtifactRule(rootName, namesOf(readEntries(parentFD)))) {
+            if (auto rule = projectArtifactRule(rootName, namesOf(readFolderEntries(parentFD)))) {
                 ::close(rootFD);
                 walk.artifacts.push_back({root, *rule});
                 if (found) found(walk.artifacts.back());
@@ -124,7 +97,7 @@ ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLim
             ::close(fd);
             continue;
         }
-        const auto entries = readEntries(fd);
+        const auto entries = readFolderEntries(fd);
         ++walk.foldersVisited;
         if (walk.foldersVisited % kProgressEvery == 0) report();
 

@@ -10,6 +10,7 @@
 #include "core/cleanup/project_artifacts.hpp"
 #include "core/cleanup/vendor_janitors.hpp"
 #include "core/common/format.hpp"
+#include "core/common/folder_entries.hpp"
 #include "core/common/path.hpp"
 #include "core/platform/platform.hpp"
 #include "core/privileged/validation.hpp"
@@ -21,32 +22,6 @@ namespace {
 // The depth and breadth of the project look inside a verdict.
 constexpr int kVerdictProjectDepth = 2;
 constexpr int kVerdictProjectEntries = 400;
-
-struct Listing {
-    std::vector<std::string> names;
-    std::vector<bool> isFolder;  // a folder, not a link to one
-};
-
-// The names of a folder (a link given as the folder itself is followed, as a listing does); a
-// folder that cannot be listed counts as empty.
-Listing list(const std::string& path) {
-    Listing listing;
-    DIR* dir = ::opendir(path.c_str());
-    if (!dir) return listing;
-    while (const dirent* e = ::readdir(dir)) {
-        const std::string_view name = e->d_name;
-        if (name == "." || name == "..") continue;
-        bool folder = e->d_type == DT_DIR;
-        if (e->d_type == DT_UNKNOWN) {
-            struct stat st{};
-            folder = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
-        }
-        listing.names.emplace_back(name);
-        listing.isFolder.push_back(folder);
-    }
-    ::closedir(dir);
-    return listing;
-}
 
 }  // namespace
 
@@ -88,13 +63,16 @@ std::optional<std::string> sourceProjectWithin(std::string_view pathView, int ma
         auto [dir, depth] = std::move(queue.front());
         queue.pop_front();
         if (entries >= maxEntries) return std::nullopt;
-        const Listing listing = list(dir);
-        entries += static_cast<std::int64_t>(listing.names.size());
-        if (projectMarker(listing.names)) return dir;
+        const auto listing = readFolderEntries(dir);
+        std::vector<std::string> names;
+        names.reserve(listing.size());
+        for (const auto& entry : listing) names.push_back(entry.name);
+        entries += static_cast<std::int64_t>(names.size());
+        if (projectMarker(names)) return dir;
         if (depth >= depthLimit) continue;
-        for (std::size_t i = 0; i < listing.names.size(); ++i) {
-            const std::string& name = listing.names[i];
-            if (!listing.isFolder[i] || name.starts_with('.') || isRebuildableDirName(name)) continue;
+        for (const auto& entry : listing) {
+            const std::string& name = entry.name;
+            if (!entry.isFolder || name.starts_with('.') || isRebuildableDirName(name)) continue;
             queue.emplace_back(appendingPathComponent(dir, name), depth + 1);
         }
     }

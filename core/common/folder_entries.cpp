@@ -1,0 +1,38 @@
+#include "core/common/folder_entries.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace orvane {
+namespace {
+
+std::vector<FolderEntry> drain(DIR* dir) {
+    std::vector<FolderEntry> entries;
+    if (!dir) return entries;
+    while (const dirent* e = ::readdir(dir)) {
+        const std::string_view name = e->d_name;
+        if (name == "." || name == "..") continue;
+        bool folder = e->d_type == DT_DIR;
+        if (e->d_type == DT_UNKNOWN) {
+            struct stat st{};
+            folder = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+        }
+        entries.push_back({std::string(name), folder});
+    }
+    ::closedir(dir);
+    return entries;
+}
+
+}  // namespace
+
+std::vector<FolderEntry> readFolderEntries(int fd) {
+    DIR* dir = ::fdopendir(fd);
+    if (!dir) ::close(fd);
+    return drain(dir);
+}
+
+std::vector<FolderEntry> readFolderEntries(const std::string& path) { return drain(::opendir(path.c_str())); }
+
+}  // namespace orvane

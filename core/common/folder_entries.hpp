@@ -1,0 +1,21 @@
+// The entries of a folder as walks need them: names, and whether each is a real folder.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+struct FolderEntry {
+    std::string name;
+    bool isFolder = false;  // a real folder, not a link to one
+    bool operator==(const FolderEntry&) const = default;
+};
+
+// The entries of an open folder, "." and ".." left out; the descriptor is consumed. Where the file
+// system gives no type, one fstatat without following links tells. Unreadable: no entries.
+std::vector<FolderEntry> readFolderEntries(int fd);
+// The same by path (a link given as the folder itself is followed, as a listing does).
+std::vector<FolderEntry> readFolderEntries(const std::string& path);
+
+}  // namespace orvane
