@@ -1,0 +1,128 @@
+// orvane repair, history and moves: crash repair, the action log and the relocations on record.
+#include <algorithm>
+#include <iostream>
+
+#include "cli/context.hpp"
+#include "core/common/checked.hpp"
+#include "core/common/format.hpp"
+#include "core/common/json_files.hpp"
+#include "core/ledger/action_log.hpp"
+#include "core/ledger/ledger.hpp"
+#include "core/ledger/repair.hpp"
+
+namespace orvane::cli {
+namespace {
+
+int runRepair(bool json) {
+    const auto messages = Ledger::repairInterrupted();
+    Ledger::flush();  // the REPAIR lines are on disk before the program ends
+    if (json) {
+        printJSON({{"messages", messages}});
+    } else if (messages.empty()) {
+        std::cout << "Nothing to repair.\n";
+    } else {
+        for (const auto& message : messages) std::cout << message << '\n';
+    }
+    return kDone;
+}
+
+struct HistoryOptions {
+    std::string since;
+    bool all = false;
+    bool json = false;
+};
+
+int runHistory(const HistoryOptions& options) {
+    std::optional<TimePoint> since;
+    if (!options.since.empty()) {
+        since = parseISO8601(options.since);
+        if (!since) {
+            printError("\"" + options.since + "\" is not an ISO 8601 date such as 2026-01-31T12:00:00Z.");
+            return kBadInput;
+        }
+    }
+    const auto lines = foldActionLog(options.all ? Ledger::wholeLog() : Ledger::actions(since));
+    if (options.json) {
+        printJSON({{"lines", lines}});
+    } else if (lines.empty()) {
+        std::cout << (since ? "Nothing was logged after " + iso8601(*since) + ".\n" : std::string("The action log is empty.\n"));
+    } else {
+        for (const auto& line : lines) std::cout << line << '\n';
+    }
+    return kDone;
+}
+
+int runMoves(bool json) {
+    auto moves = Ledger::loadMoves();
+    std::stable_sort(moves.begin(), moves.end(), [](const MoveRecord& a, const MoveRecord& b) { return a.date > b.date; });
+    std::int64_t total = 0;
+    for (const auto& move : moves)
+        if (move.bytes > 0) total = checkedAdd(total, move.bytes);
+
+    if (json) {
+        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+        for (const auto& move : moves) {
+            nlohmann::ordered_json row;
+            row["date"] = iso8601(move.date);
+            row["title"] = move.title;
+            row["src"] = move.src;
+            row["dst"] = move.dst;
+            row["bytes"] = move.bytes;
+            row["size"] = fmtBytes(move.bytes);
+            row["symlinked"] = move.symlinked;
+            if (move.adminScope) row["adminScope"] = *move.adminScope;
+            rows.push_back(std::move(row));
+        }
+        printJSON({{"moves", std::move(rows)}, {"totalBytes", total}});
+        return kDone;
+    }
+    if (moves.empty()) {
+        std::cout << "No moves on record.\n";
+        return kDone;
+    }
+    for (const auto& move : moves) {
+        std::cout << fmtDate(move.date) << "  " << move.title << " (" << fmtBytes(move.bytes) << ")\n"
+                  << "    " << move.src << (move.symlinked ? " -> " : " moved to ") << move.dst << '\n';
+    }
+    std::cout << moves.size() << (moves.size() == 1 ? " move, " : " moves, ") << fmtBytes(total) << " in all.\n";
+    return kDone;
+}
+
+}  // namespace
+
+void addRepairCommand(CLI::App& app, Context& context) {
+    auto json = std::make_shared<bool>(false);
+    auto* repair = app.add_subcommand(
+        "repair",
+        "Finish or undo what an interrupted compaction, compression, dedupe or move left on disk, "
+        "judging by what is really there, and print one sentence per repair (\"Nothing to repair.\" "
+        "when there was none). The front end runs this at launch, before anything else touches the "
+        "disk. A move whose drive is away stays pending and is retried next time. Exit 0.");
+    repair->add_flag("--json", *json, "Print {\"messages\": [...]}");
+    repair->callback([json, &context] { context.exitCode = runRepair(*json); });
+}
+
+void addHistoryCommand(CLI::App& app, Context& context) {
+    auto options = std::make_shared<HistoryOptions>();
+    auto* history = app.add_subcommand(
+        "history",
+        "Show the action log, what was done to the disk, one line per action, with long runs of "
+        "merges and Trash emptying folded into one line. By default the last 200 lines of the "
+        "log's recent part; --since the lines after a date; --all both generations of the log.");
+    auto* since = history->add_option("--since", options->since, "Only lines dated after this ISO 8601 time, e.g. 2026-01-31T12:00:00Z");
+    history->add_flag("--all", options->all, "Every line of the log and of its older generation")->excludes(since);
+    history->add_flag("--json", options->json, "Print {\"lines\": [...]}");
+    history->callback([options, &context] { context.exitCode = runHistory(*options); });
+}
+
+void addMovesCommand(CLI::App& app, Context& context) {
+    auto json = std::make_shared<bool>(false);
+    auto* moves = app.add_subcommand(
+        "moves",
+        "List the items relocated to other drives, newest first: what each was, where it went, "
+        "its size, and whether a shortcut stands in its old place. Exit 0.");
+    moves->add_flag("--json", *json, "Print {\"moves\": [...], \"totalBytes\": N}");
+    moves->callback([json, &context] { context.exitCode = runMoves(*json); });
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,114 @@
+#include "core/ledger/audit_snapshot.hpp"
+
+#include <algorithm>
+
+#include "core/common/checked.hpp"
+#include "core/common/json_files.hpp"
+#include "core/ledger/action_log.hpp"
+#include "core/ledger/internal/json_fields.hpp"
+#include "core/scan/top_most.hpp"
+
+namespace orvane {
+
+using namespace ledger::internal;
+
+namespace {
+constexpr std::int64_t kFindingMinimumBytes = 1'000'000;
+}
+
+AuditSnapshot AuditSnapshot::capture(const std::vector<SpaceItem>& items, std::int64_t free,
+                                     std::int64_t capacity, std::optional<double> seconds,
+                                     std::optional<TimePoint> since) {
+    std::vector<SpaceItem> sized;
+    for (const auto& item : items)
+        if (item.sizeBytes >= 1) sized.push_back(item);
+    const auto topMost = topMostByPath(sized);
+
+    AuditSnapshot snapshot;
+    for (const auto& item : topMost) {
+        auto& total = snapshot.categoryTotals[item.category];
+        total = checkedAdd(total, item.sizeBytes);
+    }
+    std::vector<SpaceItem> big;
+    for (const auto& item : topMost)
+        if (item.sizeBytes >= kFindingMinimumBytes) big.push_back(item);
+    std::stable_sort(big.begin(), big.end(),
+                     [](const SpaceItem& a, const SpaceItem& b) { return a.sizeBytes > b.sizeBytes; });
+    for (const auto& item : big)
+        snapshot.topFindings.push_back({item.path(), item.title, item.category, std::max<std::int64_t>(0, item.sizeBytes)});
+
+    snapshot.actionsSince = Ledger::actions(since);
+    snapshot.date = Clock::now();
+    snapshot.capacity = capacity;
+    snapshot.free = free;
+    snapshot.used = std::max<std::int64_t>(0, checkedSub(capacity, free));
+    snapshot.scanSeconds = seconds;
+    return snapshot;
+}
+
+nlohmann::ordered_json JSONCoding<AuditSnapshot::Finding>::encode(const AuditSnapshot::Finding& finding) {
+    nlohmann::ordered_json out;
+    out["path"] = finding.path;
+    out["title"] = finding.title;
+    out["category"] = finding.category;
+    out["bytes"] = finding.bytes;
+    return out;
+}
+
+std::optional<AuditSnapshot::Finding> JSONCoding<AuditSnapshot::Finding>::decode(const nlohmann::json& value) {
+    auto path = stringField(value, "path");
+    auto title = stringField(value, "title");
+    auto category = stringField(value, "category");
+    auto bytes = int64Field(value, "bytes");
+    if (!path || !title || !category || !bytes) return std::nullopt;
+    return AuditSnapshot::Finding{std::move(*path), std::move(*title), std::move(*category), *bytes};
+}
+
+nlohmann::ordered_json JSONCoding<AuditSnapshot>::encode(const AuditSnapshot& snapshot) {
+    nlohmann::ordered_json out;
+    out["date"] = secondsSinceReferenceDate(snapshot.date);
+    out["scope"] = snapshot.scope;
+    out["capacity"] = snapshot.capacity;
+    out["free"] = snapshot.free;
+    out["used"] = snapshot.used;
+    if (snapshot.scanSeconds) out["scanSeconds"] = *snapshot.scanSeconds;
+    nlohmann::ordered_json totals = nlohmann::ordered_json::object();
+    for (const auto& [category, bytes] : snapshot.categoryTotals) totals[category] = bytes;
+    out["categoryTotals"] = std::move(totals);
+    out["topFindings"] = JSONCoding<std::vector<AuditSnapshot::Finding>>::encode(snapshot.topFindings);
+    out["actionsSince"] = snapshot.actionsSince;
+    return out;
+}
+
+std::optional<AuditSnapshot> JSONCoding<AuditSnapshot>::decode(const nlohmann::json& value) {
+    auto date = dateField(value, "date");
+    auto scope = stringField(value, "scope");
+    auto capacity = int64Field(value, "capacity");
+    auto free = int64Field(value, "free");
+    auto used = int64Field(value, "used");
+    auto scanSeconds = optionalDoubleField(value, "scanSeconds");
+    auto actionsSince = stringsField(value, "actionsSince");
+    if (!date || !scope || !capacity || !free || !used || !scanSeconds.valid || !actionsSince) return std::nullopt;
+    auto totals = value.find("categoryTotals");
+    auto findings = value.find("topFindings");
+    if (totals == value.end() || !totals->is_object() || findings == value.end()) return std::nullopt;
+    AuditSnapshot snapshot;
+    for (auto it = totals->begin(); it != totals->end(); ++it) {
+        auto bytes = wholeNumber(it.value());
+        if (!bytes) return std::nullopt;
+        snapshot.categoryTotals[it.key()] = *bytes;
+    }
+    auto topFindings = JSONCoding<std::vector<AuditSnapshot::Finding>>::decode(*findings);
+    if (!topFindings) return std::nullopt;
+    snapshot.date = *date;
+    snapshot.scope = std::move(*scope);
+    snapshot.capacity = *capacity;
+    snapshot.free = *free;
+    snapshot.used = *used;
+    snapshot.scanSeconds = scanSeconds.value;
+    snapshot.topFindings = std::move(*topFindings);
+    snapshot.actionsSince = std::move(*actionsSince);
+    return snapshot;
+}
+
+}  // namespace orvane

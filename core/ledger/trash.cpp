@@ -1,0 +1,99 @@
+#include "core/ledger/trash.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <random>
+
+#include "core/common/ov_error.hpp"
+#include "core/common/path.hpp"
+#include "core/ledger/internal/json_fields.hpp"
+#include "core/ledger/internal/test_host.hpp"
+#include "core/ledger/ledger.hpp"
+#include "core/platform/platform.hpp"
+
+namespace orvane {
+
+nlohmann::ordered_json JSONCoding<TrashReceipt>::encode(const TrashReceipt& receipt) {
+    nlohmann::ordered_json out;
+    out["original"] = receipt.original;
+    out["inTrash"] = receipt.inTrash;
+    return out;
+}
+
+std::optional<TrashReceipt> JSONCoding<TrashReceipt>::decode(const nlohmann::json& value) {
+    auto original = ledger::internal::stringField(value, "original");
+    auto inTrash = ledger::internal::stringField(value, "inTrash");
+    if (!original || !inTrash) return std::nullopt;
+    return TrashReceipt{std::move(*original), std::move(*inTrash)};
+}
+
+UndoTrashVerdict undoTrashVerdict(bool originalExists, bool trashCopyExists) {
+    if (!trashCopyExists) return UndoTrashVerdict::skipGoneFromTrash;
+    return originalExists ? UndoTrashVerdict::skipAlreadyBack : UndoTrashVerdict::restore;
+}
+
+}  // namespace orvane
+
+namespace orvane::Ledger {
+namespace {
+
+// A random (version 4) UUID in the platform's upper-case text form.
+std::string freshUUID() {
+    static thread_local std::mt19937_64 generator{std::random_device{}() ^
+                                                  (static_cast<std::uint64_t>(std::random_device{}()) << 32)};
+    std::array<unsigned char, 16> bytes{};
+    for (std::size_t i = 0; i < bytes.size(); i += 8) {
+        std::uint64_t word = generator();
+        for (std::size_t k = 0; k < 8; ++k) bytes[i + k] = static_cast<unsigned char>(word >> (8 * k));
+    }
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
+        text.push_back(kHex[bytes[i] >> 4]);
+        text.push_back(kHex[bytes[i] & 0x0F]);
+    }
+    return text;
+}
+
+bool entryExists(const std::string& path) { return platform::lstatFacts(path).has_value(); }
+
+// Moves `path` into `trash` under its own name, or under a fresh one when that is taken. The
+// rename never replaces anything, so a name taken between the check and the move is not lost.
+std::string moveInto(const std::string& trash, const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::create_directories(trash, ignored);
+    const std::string name = lastPathComponent(path);
+    std::string target = appendingPathComponent(trash, name);
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        if (attempt > 0 || entryExists(target)) target = appendingPathComponent(trash, freshUUID() + "-" + name);
+        int error = platform::renameNoReplace(AT_FDCWD, path, AT_FDCWD, target);
+        if (error == EINVAL && !entryExists(target)) {
+            // A file system without an exclusive rename: the check above is the best there is.
+            error = ::rename(path.c_str(), target.c_str()) == 0 ? 0 : errno;
+        }
+        if (error == 0) return target;
+        if (error != EEXIST) {
+            throw OVError("Could not move " + path + " to the Trash: " + std::strerror(error) + ".");
+        }
+    }
+    throw OVError("Could not move " + path + " to the Trash: no free name was found there.");
+}
+
+}  // namespace
+
+std::string moveToTrash(const std::string& path) {
+    if (auto folder = testDirOverride()) return moveInto(appendingPathComponent(*folder, "Trash"), path);
+    if (ledger::internal::isInsideTestHost()) throw OVError("tests never use the real Trash");
+    return moveInto(home(".Trash"), path);
+}
+
+}  // namespace orvane::Ledger
