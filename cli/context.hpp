@@ -42,8 +42,8 @@ struct LoadedProtectList {
     std::optional<ProtectList> list;
     std::string error;
 };
-std::string protectListPath(const Context& context);
-LoadedProtectList loadProtectList(const Context& context);
+std::string protectListPath();
+LoadedProtectList loadProtectList();
 
 void addPlanCommands(CLI::App& app, Context& context);
 void addScanCommand(CLI::App& app, Context& context);

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "cli/context.hpp"
+#include "core/ledger/ledger.hpp"
 
 int main(int argc, char** argv) {
     using namespace orvane::cli;
@@ -14,8 +15,10 @@ int main(int argc, char** argv) {
     app.fallthrough();
 
     Context context;
+    // Applied as soon as it is read, before any command's callback touches the ledger.
     app.add_option("--ledger-dir", context.ledgerDir,
-                   "Keep the ledger (moves, history, journals) in DIR instead of its usual folder");
+                   "Keep the ledger (moves, history, journals, protections) in DIR instead of its usual folder")
+        ->each([](const std::string& dir) { orvane::Ledger::setTestDirOverride(absolutePath(dir)); });
 
     addScanCommand(app, context);
     addDuCommand(app, context);

@@ -11,13 +11,10 @@
 
 namespace orvane::cli {
 
-std::string protectListPath(const Context& context) {
-    const std::string folder = context.ledgerDir.empty() ? Ledger::dir() : context.ledgerDir;
-    return appendingPathComponent(folder, "protect-list.json");
-}
+std::string protectListPath() { return appendingPathComponent(Ledger::dir(), "protect-list.json"); }
 
-LoadedProtectList loadProtectList(const Context& context) {
-    const std::string path = protectListPath(context);
+LoadedProtectList loadProtectList() {
+    const std::string path = protectListPath();
     auto text = readFile(path);
     if (!text) {
         if (std::filesystem::exists(path)) return {std::nullopt, "The protection list at " + path + " cannot be read."};
@@ -40,8 +37,8 @@ struct ProtectOptions {
     bool json = false;
 };
 
-bool save(const Context& context, const ProtectList& list) {
-    const std::string path = protectListPath(context);
+bool save(const ProtectList& list) {
+    const std::string path = protectListPath();
     std::error_code ec;
     std::filesystem::create_directories(deletingLastPathComponent(path), ec);
     if (!writeFileAtomically(path, list.encoded() + "\n", 0600)) {
@@ -51,12 +48,12 @@ bool save(const Context& context, const ProtectList& list) {
     return true;
 }
 
-int add(const Context& context, const ProtectOptions& o) {
+int add(const ProtectOptions& o) {
     if (o.path.empty() == o.app.empty()) {
         printError("Give either a PATH or --app BUNDLE_ID to protect.");
         return kBadInput;
     }
-    auto loaded = loadProtectList(context);
+    auto loaded = loadProtectList();
     if (!loaded.list) {
         printError(loaded.error);
         return kBadInput;
@@ -79,13 +76,13 @@ int add(const Context& context, const ProtectOptions& o) {
         std::cout << entry.id() << " is already protected.\n";
         return kDone;
     }
-    if (!save(context, *loaded.list)) return kBadInput;
+    if (!save(*loaded.list)) return kBadInput;
     std::cout << "Protected " << entry.id() << ".\n";
     return kDone;
 }
 
-int remove(const Context& context, const ProtectOptions& o) {
-    auto loaded = loadProtectList(context);
+int remove(const ProtectOptions& o) {
+    auto loaded = loadProtectList();
     if (!loaded.list) {
         printError(loaded.error);
         return kBadInput;
@@ -96,13 +93,13 @@ int remove(const Context& context, const ProtectOptions& o) {
         printError("Nothing is protected under the id " + o.id + "; orvane protect list shows the ids.");
         return kRefused;
     }
-    if (!save(context, *loaded.list)) return kBadInput;
+    if (!save(*loaded.list)) return kBadInput;
     std::cout << "No longer protected: " << o.id << ".\n";
     return kDone;
 }
 
-int list(const Context& context, const ProtectOptions& o) {
-    auto loaded = loadProtectList(context);
+int list(const ProtectOptions& o) {
+    auto loaded = loadProtectList();
     if (!loaded.list) {
         printError(loaded.error);
         return kBadInput;
@@ -132,15 +129,15 @@ void addProtectCommands(CLI::App& app, Context& context) {
     addCommand->add_option("PATH", o->path, "The file or folder to protect");
     addCommand->add_option("--app", o->app, "Protect the folders of the app with this bundle identifier instead");
     addCommand->add_option("--label", o->label, "The name to show (default: the last part of the path)");
-    addCommand->callback([o, &context] { context.exitCode = add(context, *o); });
+    addCommand->callback([o, &context] { context.exitCode = add(*o); });
 
     auto* removeCommand = protect->add_subcommand("remove", "Stop protecting the entry with this id (see list)");
     removeCommand->add_option("ID", o->id, "The entry's id, such as folder:/Users/a/Stems")->required();
-    removeCommand->callback([o, &context] { context.exitCode = remove(context, *o); });
+    removeCommand->callback([o, &context] { context.exitCode = remove(*o); });
 
     auto* listCommand = protect->add_subcommand("list", "Show what is protected, oldest first");
     listCommand->add_flag("--json", o->json, "Print the list in its file form");
-    listCommand->callback([o, &context] { context.exitCode = list(context, *o); });
+    listCommand->callback([o, &context] { context.exitCode = list(*o); });
 }
 
 }  // namespace orvane::cli

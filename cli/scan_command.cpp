@@ -111,7 +111,7 @@ int scanAsAdministrator(const ScanOptions& options, const std::string& root, Gen
     return status;
 }
 
-int runScan(const ScanOptions& options, const Context& context) {
+int runScan(const ScanOptions& options) {
     const std::string root = standardizePath(absolutePath(options.path), [](const std::string&) { return false; });
     if (!isDirectory(root)) {
         printError(root + " is not a folder.");
@@ -140,7 +140,7 @@ int runScan(const ScanOptions& options, const Context& context) {
         printJSON(toJSON(dump, JSONDateEncoding::iso8601));
     } else {
         // What the user protected, or what is painful to lose, says so on its row.
-        auto loaded = loadProtectList(context);
+        auto loaded = loadProtectList();
         const ProtectList list = loaded.list.value_or(ProtectList{});
         const std::string userHome = home();
         for (auto& item : dump.items) {
@@ -166,7 +166,7 @@ void addScanCommand(CLI::App& app, Context& context) {
     scan->add_flag("--admin", options->admin, "Ask the privileged helper to scan as administrator");
     scan->add_option("--socket", options->socket, "The helper's socket, with --admin")->capture_default_str();
     scan->add_flag("--json", options->json, "Print the scan as the helper writes it (JSON, dates as ISO 8601)");
-    scan->callback([options, &context] { context.exitCode = runScan(*options, context); });
+    scan->callback([options, &context] { context.exitCode = runScan(*options); });
 }
 
 }  // namespace orvane::cli

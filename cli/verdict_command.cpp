@@ -25,10 +25,10 @@ std::string_view verdictWord(const DeleteVerdict& verdict) {
     return std::holds_alternative<DeleteVerdict::Trash>(verdict.value) ? "trash" : "removePermanently";
 }
 
-int runVerdict(const VerdictOptions& options, const Context& context) {
+int runVerdict(const VerdictOptions& options) {
     // The user's own protections refuse too; an unreadable list protects nothing here, and is
     // reported so the user knows.
-    auto loaded = loadProtectList(context);
+    auto loaded = loadProtectList();
     if (!loaded.list && !options.json) printError(loaded.error + " Protections are not applied.");
     const ProtectList protections = loaded.list.value_or(ProtectList{});
     const std::string userHome = home();
@@ -88,7 +88,7 @@ void addVerdictCommand(CLI::App& app, Context& context) {
     verdict->add_flag("--permanently", options->permanently,
                       "Judge a removal for good rather than a move to the Trash");
     verdict->add_flag("--json", options->json, "Print the result as JSON");
-    verdict->callback([options, &context] { context.exitCode = runVerdict(*options, context); });
+    verdict->callback([options, &context] { context.exitCode = runVerdict(*options); });
 }
 
 }  // namespace orvane::cli
