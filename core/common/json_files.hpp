@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,6 +39,25 @@ struct StrictJSON {
     std::string error;  // a sentence; empty when parsed
 };
 StrictJSON parseJSONStrictly(std::string_view text, int maxDepth = 32);
+
+// A JSON number that is a whole number within 64 bits: 5, 5.0 and 5e0 are; 5.5, 2^63 and
+// anything not a number are not. Decoders of byte counts and versions share this one rule.
+template <typename Json>
+std::optional<std::int64_t> jsonWholeNumber(const Json& value) {
+    if (value.is_number_unsigned()) {
+        auto n = value.template get<std::uint64_t>();
+        if (n > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
+        return static_cast<std::int64_t>(n);
+    }
+    if (value.is_number_integer()) return value.template get<std::int64_t>();
+    if (value.is_number_float()) {
+        double d = value.template get<double>();
+        // 2^63 itself does not fit, so the upper bound is exclusive; NaN fails both tests.
+        if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0) || std::floor(d) != d) return std::nullopt;
+        return static_cast<std::int64_t>(d);
+    }
+    return std::nullopt;
+}
 
 // The whole file, or none when it cannot be read.
 std::optional<std::string> readFile(const std::string& path);

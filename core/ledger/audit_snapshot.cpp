@@ -94,7 +94,7 @@ std::optional<AuditSnapshot> JSONCoding<AuditSnapshot>::decode(const nlohmann::j
     if (totals == value.end() || !totals->is_object() || findings == value.end()) return std::nullopt;
     AuditSnapshot snapshot;
     for (auto it = totals->begin(); it != totals->end(); ++it) {
-        auto bytes = wholeNumber(it.value());
+        auto bytes = jsonWholeNumber(it.value());
         if (!bytes) return std::nullopt;
         snapshot.categoryTotals[it.key()] = *bytes;
     }

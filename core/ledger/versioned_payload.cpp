@@ -15,7 +15,7 @@ const nlohmann::json* wrappedPayload(const nlohmann::json& document) {
     if (!document.is_object()) return nullptr;
     auto version = document.find("v");
     auto data = document.find("data");
-    if (version == document.end() || data == document.end() || !wholeNumber(*version)) return nullptr;
+    if (version == document.end() || data == document.end() || !jsonWholeNumber(*version)) return nullptr;
     return &*data;
 }
 

@@ -1,28 +1,8 @@
 #include "core/scan/scan_snapshot.hpp"
 
-#include <cmath>
-
 #include "core/common/json_files.hpp"
 
 namespace orvane {
-namespace {
-
-std::optional<std::int64_t> wholeNumber(const nlohmann::json& value) {
-    if (value.is_number_integer()) return value.get<std::int64_t>();
-    if (value.is_number_unsigned()) {
-        auto n = value.get<std::uint64_t>();
-        if (n > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
-        return static_cast<std::int64_t>(n);
-    }
-    if (value.is_number_float()) {
-        double d = value.get<double>();
-        if (std::floor(d) != d || !(d >= -9.2e18 && d <= 9.2e18)) return std::nullopt;
-        return static_cast<std::int64_t>(d);
-    }
-    return std::nullopt;
-}
-
-}  // namespace
 
 nlohmann::ordered_json toJSON(const ScanSnapshot& snapshot) {
     nlohmann::ordered_json out;
@@ -44,15 +24,15 @@ std::optional<ScanSnapshot> scanSnapshotFromJSON(const nlohmann::json& value) {
     if (date == value.end() || free == value.end() || reclaimable == value.end() || sizes == value.end())
         return std::nullopt;
     if (!date->is_number() || !sizes->is_object()) return std::nullopt;
-    auto freeBytes = wholeNumber(*free);
-    auto reclaimableBytes = wholeNumber(*reclaimable);
+    auto freeBytes = jsonWholeNumber(*free);
+    auto reclaimableBytes = jsonWholeNumber(*reclaimable);
     if (!freeBytes || !reclaimableBytes) return std::nullopt;
     ScanSnapshot snapshot;
     snapshot.date = dateFromReferenceSeconds(date->get<double>());
     snapshot.free = *freeBytes;
     snapshot.reclaimable = *reclaimableBytes;
     for (auto it = sizes->begin(); it != sizes->end(); ++it) {
-        auto bytes = wholeNumber(it.value());
+        auto bytes = jsonWholeNumber(it.value());
         if (!bytes) return std::nullopt;
         snapshot.sizes[it.key()] = *bytes;
     }

@@ -62,19 +62,7 @@ std::int64_t int64Field(const Json& object, const char* key) {
     const Json& value = field(object, key);
     const DecodeFailure bad{"\"" + std::string(key) +
                             "\" of an item must be a whole number of 64 bits."};
-    if (value.is_number_unsigned()) {
-        auto n = value.template get<std::uint64_t>();
-        if (n > static_cast<std::uint64_t>(INT64_MAX)) throw bad;
-        return static_cast<std::int64_t>(n);
-    }
-    if (value.is_number_integer()) return value.template get<std::int64_t>();
-    if (value.is_number_float()) {
-        // 1.0 and 1e3 are whole numbers; 2^63 written as a float is just out of range.
-        double d = value.template get<double>();
-        if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0) || std::floor(d) != d)
-            throw bad;
-        return static_cast<std::int64_t>(d);
-    }
+    if (auto n = jsonWholeNumber(value)) return *n;
     throw bad;
 }
 

@@ -15,23 +15,6 @@ const nlohmann::json* member(const nlohmann::json& object, const char* key) {
 
 }  // namespace
 
-std::optional<std::int64_t> wholeNumber(const nlohmann::json& value) {
-    if (value.is_number_integer() && !value.is_number_unsigned()) return value.get<std::int64_t>();
-    if (value.is_number_unsigned()) {
-        auto n = value.get<std::uint64_t>();
-        if (n > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
-        return static_cast<std::int64_t>(n);
-    }
-    if (value.is_number_float()) {
-        double d = value.get<double>();
-        // 2^63 itself does not fit, so the upper bound is exclusive.
-        if (!std::isfinite(d) || std::floor(d) != d || d < -9223372036854775808.0 || d >= 9223372036854775808.0)
-            return std::nullopt;
-        return static_cast<std::int64_t>(d);
-    }
-    return std::nullopt;
-}
-
 std::optional<std::string> stringField(const nlohmann::json& object, const char* key) {
     auto* value = member(object, key);
     if (!value || !value->is_string()) return std::nullopt;
@@ -53,7 +36,7 @@ std::optional<double> doubleField(const nlohmann::json& object, const char* key)
 std::optional<std::int64_t> int64Field(const nlohmann::json& object, const char* key) {
     auto* value = member(object, key);
     if (!value) return std::nullopt;
-    return wholeNumber(*value);
+    return jsonWholeNumber(*value);
 }
 
 std::optional<TimePoint> dateField(const nlohmann::json& object, const char* key) {
@@ -91,7 +74,7 @@ OptionalField<double> optionalDoubleField(const nlohmann::json& object, const ch
 OptionalField<std::int64_t> optionalInt64Field(const nlohmann::json& object, const char* key) {
     auto* value = member(object, key);
     if (!value || value->is_null()) return {};
-    auto n = wholeNumber(*value);
+    auto n = jsonWholeNumber(*value);
     if (!n) return {false, std::nullopt};
     return {true, *n};
 }

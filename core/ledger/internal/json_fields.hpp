@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/common/json_files.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,8 +14,6 @@
 
 namespace orvane::ledger::internal {
 
-// A JSON number that is a whole number within 64 bits (1.0 counts, 1.5 does not).
-std::optional<std::int64_t> wholeNumber(const nlohmann::json& value);
 
 // Each is none when the key is missing or holds the wrong type.
 std::optional<std::string> stringField(const nlohmann::json& object, const char* key);
