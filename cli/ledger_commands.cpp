@@ -62,15 +62,10 @@ int runMoves(bool json) {
     if (json) {
         nlohmann::ordered_json rows = nlohmann::ordered_json::array();
         for (const auto& move : moves) {
-            nlohmann::ordered_json row;
+            // The record's own form, with its date readable and its size in words.
+            nlohmann::ordered_json row = JSONCoding<MoveRecord>::encode(move);
             row["date"] = iso8601(move.date);
-            row["title"] = move.title;
-            row["src"] = move.src;
-            row["dst"] = move.dst;
-            row["bytes"] = move.bytes;
             row["size"] = fmtBytes(move.bytes);
-            row["symlinked"] = move.symlinked;
-            if (move.adminScope) row["adminScope"] = *move.adminScope;
             rows.push_back(std::move(row));
         }
         printJSON({{"moves", std::move(rows)}, {"totalBytes", total}});

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/common/raw_value.hpp"
 #include "core/ledger/move_record.hpp"
 
 namespace orvane {
@@ -13,8 +14,6 @@ namespace orvane {
 enum class InflightKind { compact, compress, dedupe, move };
 
 std::string_view rawValue(InflightKind kind);
-template <typename E>
-std::optional<E> fromRawValue(std::string_view raw);
 template <>
 std::optional<InflightKind> fromRawValue<InflightKind>(std::string_view raw);
 

@@ -11,6 +11,8 @@
 #include <variant>
 #include <vector>
 
+#include "core/common/raw_value.hpp"
+
 namespace orvane {
 
 // The cases of a privileged operation, one struct each, in the protocol's declared order.
@@ -124,8 +126,6 @@ enum class PrivilegedRefusal {
 };
 
 std::string_view rawValue(PrivilegedRefusal refusal);
-template <typename E>
-std::optional<E> fromRawValue(std::string_view raw);
 template <>
 std::optional<PrivilegedRefusal> fromRawValue<PrivilegedRefusal>(std::string_view raw);
 

@@ -1,3 +1,4 @@
+#include "core/common/variant_visit.hpp"
 #include "core/safety/protection.hpp"
 
 #include <algorithm>
@@ -10,13 +11,6 @@
 
 namespace orvane {
 namespace {
-
-template <typename... Ts>
-struct Overloaded : Ts... {
-    using Ts::operator()...;
-};
-template <typename... Ts>
-Overloaded(Ts...) -> Overloaded<Ts...>;
 
 std::vector<BuiltInProtection> makeTable() {
     BuiltInProtection ai{"ai-sessions",

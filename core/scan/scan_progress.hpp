@@ -10,12 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "core/common/raw_value.hpp"
+
 namespace orvane {
 
 enum class ScanPrivilege { standard, administrator };
 std::string_view rawValue(ScanPrivilege privilege);  // "Standard", "Administrator"
-template <typename E>
-std::optional<E> fromRawValue(std::string_view raw);
 template <>
 std::optional<ScanPrivilege> fromRawValue<ScanPrivilege>(std::string_view raw);
 std::string_view note(ScanPrivilege privilege);

@@ -1,3 +1,4 @@
+#include "core/common/variant_visit.hpp"
 #include "core/scan/scan_scope.hpp"
 
 #include <sys/statvfs.h>
@@ -26,13 +27,6 @@ std::string replaceAll(std::string text, const std::string& from, std::string_vi
         text.replace(at, from.size(), to);
     return text;
 }
-
-template <typename... Ts>
-struct Overloaded : Ts... {
-    using Ts::operator()...;
-};
-template <typename... Ts>
-Overloaded(Ts...) -> Overloaded<Ts...>;
 
 }  // namespace
 

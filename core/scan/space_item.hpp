@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/common/format.hpp"
+#include "core/common/raw_value.hpp"
 
 namespace orvane {
 
@@ -28,8 +29,6 @@ enum class OppKind { move, delete_, review, file, dedupe, evict, compact };
 std::string_view rawValue(Safety safety);
 std::string_view rawValue(Suggested suggested);
 
-template <typename E>
-std::optional<E> fromRawValue(std::string_view raw);
 template <>
 std::optional<Safety> fromRawValue<Safety>(std::string_view raw);
 template <>
