@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -17,17 +19,16 @@ namespace fs = std::filesystem;
 class TrashApps : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-trash-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
         trash_ = root_ + "/.Trash";
         fs::create_directories(trash_ + "/Some.app/Contents/MacOS");
         std::ofstream(trash_ + "/Some.app/Contents/MacOS/Some") << "binary";
     }
     void TearDown() override {
         ::umount2((trash_ + "/Mounted.app/volume").c_str(), MNT_DETACH);
-        fs::remove_all(root_);
     }
     std::uint32_t me() const { return static_cast<std::uint32_t>(getuid()); }
+    orvane::testing::TempDir temp_;
     std::string root_, trash_;
 };
 

@@ -5,6 +5,8 @@
 
 #include "tests/cli/run_orvane.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -13,12 +15,11 @@ using orvane::testing::runOrvane;
 class DuCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-ducli-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        dir_ = temp_.path();
         fs::create_directories(dir_ + "/data/inner");
         std::ofstream(dir_ + "/data/inner/file") << std::string(200 * 1024, 'x');
     }
-    void TearDown() override { fs::remove_all(dir_); }
+    orvane::testing::TempDir temp_;
     std::string dir_;
 };
 

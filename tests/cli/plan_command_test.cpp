@@ -9,6 +9,8 @@
 
 #include "tests/cli/run_orvane.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -16,10 +18,8 @@ namespace fs = std::filesystem;
 class PlanCheck : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-plan-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        dir_ = temp_.path();
     }
-    void TearDown() override { fs::remove_all(dir_); }
 
     orvane::testing::Outcome run(const std::string& plan, const std::string& extra = "") {
         const std::string planFile = dir_ + "/plan.json";
@@ -27,6 +27,7 @@ protected:
         return orvane::testing::runOrvane("plan check " + planFile + " " + extra, dir_);
     }
 
+    orvane::testing::TempDir temp_;
     std::string dir_;
 };
 

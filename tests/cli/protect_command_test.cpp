@@ -5,6 +5,8 @@
 
 #include "tests/cli/run_orvane.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -13,13 +15,12 @@ using orvane::testing::runOrvane;
 class ProtectCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-protect-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
+        dir_ = temp_.path();
         fs::create_directories(dir_ + "/ledger");
         fs::create_directories(dir_ + "/Stems");
         ledger_ = "--ledger-dir " + dir_ + "/ledger ";
     }
-    void TearDown() override { fs::remove_all(dir_); }
+    orvane::testing::TempDir temp_;
     std::string dir_, ledger_;
 };
 

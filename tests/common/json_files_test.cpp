@@ -8,23 +8,13 @@
 #include <filesystem>
 #include <thread>
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/orvane-test-XXXXXX";
-        path_ = mkdtemp(pattern);
-    }
-    ~TempDir() { fs::remove_all(path_); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+using orvane::testing::TempDir;
 
 TEST(JSONDates, ReferenceDateAndISO8601) {
     const auto reference = Clock::from_time_t(978'307'200);

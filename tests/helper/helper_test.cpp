@@ -13,6 +13,8 @@
 #include "core/scan/tool_runner.hpp"
 #include "helper/helper_log.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane::helper {
 namespace {
 
@@ -21,11 +23,9 @@ namespace fs = std::filesystem;
 class Road : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-road-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
         log_ = root_ + "/helper.log";
     }
-    void TearDown() override { fs::remove_all(root_); }
 
     Helper helper(std::uint32_t uid) {
         HelperSettings settings;
@@ -61,6 +61,7 @@ protected:
         return out;
     }
 
+    orvane::testing::TempDir temp_;
     std::string root_, log_;
     std::vector<std::string> ranTools_;
 };

@@ -9,25 +9,13 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane::platform {
 namespace {
 
 namespace fs = std::filesystem;
-
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/orvane-platform-XXXXXX";
-        // The kernel's path for a descriptor is the resolved one.
-        path_ = fs::canonical(mkdtemp(pattern)).string();
-    }
-    ~TempDir() { fs::remove_all(path_); }
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+using orvane::testing::TempDir;
 
 TEST(Platform, FactsOfEntriesWithoutFollowingLinks) {
     TempDir dir;

@@ -12,6 +12,8 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -20,14 +22,12 @@ namespace fs = std::filesystem;
 class Tree : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-nofollow-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
     }
     void TearDown() override {
         ::umount2((root_ + "/withmount/mnt").c_str(), MNT_DETACH);
-        std::error_code ec;
-        fs::remove_all(root_, ec);
     }
+    orvane::testing::TempDir temp_;
     std::string at(const std::string& relative) const { return root_ + "/" + relative; }
     void file(const std::string& relative, const std::string& text = "x") {
         fs::create_directories(fs::path(at(relative)).parent_path());

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -112,18 +114,17 @@ TEST(Operations, DetailMakesToolOutputFit) {
 class LaunchItems : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-launch-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
         agents_ = root_ + "/LaunchAgents";
         fs::create_directories(agents_);
         fs::create_directories(root_ + "/Trash");
     }
-    void TearDown() override { fs::remove_all(root_); }
     OperationContext context(FakeTools& tools) {
         auto c = tools.context(501);
         c.launchFolders = {agents_};
         return c;
     }
+    orvane::testing::TempDir temp_;
     std::string root_, agents_;
 };
 
@@ -170,8 +171,8 @@ TEST_F(LaunchItems, TrashingStopsOnlyWhatIsRunning) {
 }
 
 TEST(Operations, FileBodiesAndTheirTexts) {
-    char pattern[] = "/tmp/orvane-bodies-XXXXXX";
-    const std::string root = fs::canonical(mkdtemp(pattern)).string();
+    const orvane::testing::TempDir temp;
+    const std::string& root = temp.path();
     OperationContext c;
     c.callerUID = getuid();
     std::ofstream(root + "/file") << "x";
@@ -194,12 +195,11 @@ TEST(Operations, FileBodiesAndTheirTexts) {
               "move-aside to " + root + "/occupied failed");
     EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/aside", getuid()}, c), "");
     EXPECT_TRUE(fs::exists(root + "/aside"));
-    fs::remove_all(root);
 }
 
 TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {
-    char pattern[] = "/var/tmp/orvane-dump-XXXXXX";
-    const std::string root = fs::canonical(mkdtemp(pattern)).string();
+    const orvane::testing::TempDir temp{"/var/tmp"};
+    const std::string& root = temp.path();
     fs::create_directories(root + "/scanned");
     {
         std::ofstream big(root + "/scanned/big.bin");
@@ -235,12 +235,11 @@ TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {
     fs::create_directory_symlink(root, root + "/dirlink");
     EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "", root + "/dirlink/d.json"}, c),
               "scan dump parent " + root + "/dirlink is not a real directory chain");
-    fs::remove_all(root);
 }
 
 TEST(Operations, TrashedAppsOfTheCaller) {
-    char pattern[] = "/tmp/orvane-trashop-XXXXXX";
-    const std::string home = fs::canonical(mkdtemp(pattern)).string();
+    const orvane::testing::TempDir temp;
+    const std::string& home = temp.path();
     fs::create_directories(home + "/.Trash/Old.app/Contents");
     OperationContext c;
     c.callerUID = getuid();
@@ -250,7 +249,6 @@ TEST(Operations, TrashedAppsOfTheCaller) {
     EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "Old.app: it's no longer in the Trash");
     c.homeOf = [](std::uint32_t) { return std::optional<std::string>(); };
     EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "no home for the caller");
-    fs::remove_all(home);
 }
 
 TEST(Operations, SnapshotReports) {

@@ -9,6 +9,8 @@
 #include "core/platform/mount_table.hpp"
 #include "tests/privileged/fake_disk.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -420,13 +422,12 @@ TEST(Batch, EarlierStepsVacateLaterDestinations) {
 class RealDisk : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-validate-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
         fs::create_directories(root_ + "/real/inner");
         std::ofstream(root_ + "/real/inner/file") << "x";
         fs::create_directory_symlink(root_ + "/real", root_ + "/link");
     }
-    void TearDown() override { fs::remove_all(root_); }
+    orvane::testing::TempDir temp_;
     std::string root_;
 };
 

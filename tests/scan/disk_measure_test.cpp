@@ -10,6 +10,8 @@
 #include "core/common/json_files.hpp"
 #include "core/scan/tool_runner.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -26,19 +28,13 @@ std::vector<std::string> captured(const std::string& name) {
 class TempTree : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-du-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
-    }
-    void TearDown() override {
-        for (auto& entry : fs::recursive_directory_iterator(root_, fs::directory_options::skip_permission_denied))
-            if (entry.is_directory()) fs::permissions(entry.path(), fs::perms::owner_all, fs::perm_options::add);
-        fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add);
-        fs::remove_all(root_);
+        root_ = temp_.path();
     }
     void write(const std::string& name, std::size_t bytes) {
         fs::create_directories(fs::path(root_ + "/" + name).parent_path());
         std::ofstream(root_ + "/" + name) << std::string(bytes, 'x');
     }
+    orvane::testing::TempDir temp_;
     std::string root_;
 };
 

@@ -12,6 +12,8 @@
 #include "core/common/path.hpp"
 #include "core/scan/scan_snapshot.hpp"
 
+#include "tests/support/temp_dir.hpp"
+
 namespace orvane {
 namespace {
 
@@ -22,10 +24,8 @@ constexpr std::int64_t kDay = 86400;
 class ScanTree : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/var/tmp/orvane-scan-XXXXXX";
-        root_ = fs::canonical(mkdtemp(pattern)).string();
+        root_ = temp_.path();
     }
-    void TearDown() override { fs::remove_all(root_); }
 
     // A file of `logical` bytes; sparse unless `allocated` asks for real blocks. Dated `ageDays` back.
     std::string file(const std::string& relative, std::int64_t logical, int ageDays = 0, std::int64_t allocated = 0) {
@@ -54,6 +54,7 @@ protected:
     void crowd(std::int64_t base) {
         for (int i = 0; i < 151; ++i) file("crowd/f" + std::to_string(i), base + i * 4096);
     }
+    orvane::testing::TempDir temp_{"/var/tmp"};
     std::string root_;
 };
 
