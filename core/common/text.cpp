@@ -141,4 +141,29 @@ std::string lowercased(std::string_view text) {
     return out;
 }
 
+std::string escapeControlCharacters(std::string_view text) {
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(text.size());
+    auto escapeBytes = [&](std::size_t from, std::size_t count) {
+        for (std::size_t k = from; k < from + count; ++k) {
+            const auto byte = static_cast<unsigned char>(text[k]);
+            out += "\\x";
+            out += hex[byte >> 4];
+            out += hex[byte & 0xF];
+        }
+    };
+    for (std::size_t i = 0; i < text.size();) {
+        auto [cp, len] = decodeAt(text, i);
+        if (cp == '\n') out += "\\n";
+        else if (cp == '\r') out += "\\r";
+        else if (cp == '\t') out += "\\t";
+        else if (cp < 0 || cp < 0x20 || (cp >= 0x7F && cp <= 0x9F) || cp == 0x2028 || cp == 0x2029)
+            escapeBytes(i, len);
+        else out.append(text, i, len);
+        i += len;
+    }
+    return out;
+}
+
 }  // namespace orvane

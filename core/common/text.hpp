@@ -30,4 +30,10 @@ std::string lowercased(std::string_view text);
 // Whether the text is well-formed UTF-8.
 bool isValidUTF8(std::string_view text);
 
+// The text made safe for one line of a terminal or a log: control characters (C0, DEL, C1) and
+// the Unicode line and paragraph separators become "\n", "\r", "\t" or "\xNN" per byte, and so
+// does every byte that is not valid UTF-8, so that a name can neither move the cursor nor start a
+// line of its own. Everything else, a backslash too, stays as it is.
+std::string escapeControlCharacters(std::string_view text);
+
 }  // namespace orvane

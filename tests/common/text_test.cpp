@@ -54,5 +54,22 @@ TEST(Text, TrimsWhiteSpaceAtBothEnds) {
     EXPECT_EQ(L("any.key", "Default text"), "Default text");
 }
 
+TEST(Text, EscapesWhatCouldMoveTheCursorOrStartALine) {
+    const struct {
+        std::string in, out;
+    } cases[] = {
+        {"plain caf\u00e9 \u65e5\u672c", "plain caf\u00e9 \u65e5\u672c"},
+        {"a\nb\rc\td", "a\\nb\\rc\\td"},
+        {std::string("nul\0x", 5), "nul\\x00x"},
+        {"\x1b[2Jclear", "\\x1B[2Jclear"},
+        {"del\x7f", "del\\x7F"},
+        {"c1 \u009b31m", "c1 \\xC2\\x9B31m"},    // a one-character escape sequence start
+        {"sep\u2028x", "sep\\xE2\\x80\\xA8x"},  // a line separator
+        {"bad \xff\xc3", "bad \\xFF\\xC3"},      // invalid UTF-8, byte by byte
+        {"back\\slash", "back\\slash"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(escapeControlCharacters(c.in), c.out) << c.out;
+}
+
 }  // namespace
 }  // namespace orvane
