@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-#include <vector>
 
 namespace orvane::platform {
 
@@ -37,7 +36,9 @@ struct FileFacts {
     bool operator==(const FileFacts&) const = default;
 };
 
-// lstat: the entry itself, links not followed. None when the call fails.
+// lstat: the entry itself, links not followed. None when the call fails. A path longer than the
+// system's PATH_MAX is reached component by component, links on the way followed as the kernel
+// would, so that a long path still gets an answer rather than ENAMETOOLONG.
 std::optional<FileFacts> lstatFacts(const std::string& path);
 // stat: links followed.
 std::optional<FileFacts> statFacts(const std::string& path);
@@ -96,6 +97,15 @@ struct BrowsableVolume {
     bool operator==(const BrowsableVolume&) const = default;
 };
 std::vector<BrowsableVolume> browsableVolumes();
+
+// Whether the user is an administrator: a member (primary or supplementary, as getgrouplist
+// tells) of the group "sudo", "wheel" or "admin". False for a user without a password record.
+bool isAdministrator(std::uint32_t uid);
+
+// Whether the file system treats two names that differ only in Unicode normal form as one (APFS
+// and HFS+ do). Where it does not, a name is its bytes, and comparing normal forms would let one
+// folder stand for another.
+bool namesAreNormalized();
 
 // Whether this system keeps /tmp, /var and /etc under "/private" (macOS does).
 bool hasPrivateFolder();

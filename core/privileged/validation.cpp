@@ -53,6 +53,32 @@ constexpr std::array<std::string_view, 33> kPersistenceList = {
     "/Library/Preferences/com.apple.loginwindow.plist",
     "/System/Library/User Template"};
 
+// What Linux adds, since nothing there keeps root away from the system. Each is a deny: a folder
+// leaves these tables only with its reason written down beside the others in the design notes.
+
+// Never deletable, nor anything under them (drives under /run/media/<user> excepted).
+constexpr std::array<std::string_view, 16> kLinuxSystemRoots = {
+    "/boot", "/dev", "/proc", "/sys", "/run",  "/lib", "/lib32", "/lib64",
+    "/libx32", "/usr", "/bin", "/sbin", "/etc", "/root", "/srv",  "/snap"};
+
+// Where an item starts by itself or is read by root: the whole of /etc, cron's spool and
+// systemd's unit folders.
+constexpr std::array<std::string_view, 4> kLinuxPersistenceList = {"/etc", "/var/spool/cron", "/usr/lib/systemd",
+                                                                   "/lib/systemd"};
+
+// Start-up folders inside every home, as every user's Library/LaunchAgents is on macOS.
+constexpr std::array<std::string_view, 2> kHomeLaunchFolders = {"/Library/LaunchAgents", "/Library/LaunchDaemons"};
+constexpr std::array<std::string_view, 2> kLinuxHomeStartupFolders = {"/.config/autostart", "/.config/systemd"};
+
+// Folders whose children are homes; root's own home is /root.
+constexpr std::array<std::string_view, 2> kLinuxHomeParents = {"/Users/", "/home/"};
+constexpr std::string_view kLinuxRootHome = "/root";
+
+// The only places where an administrator's request may touch what root owns: what the system
+// itself treats as disposable, and removable drives.
+constexpr std::array<std::string_view, 8> kAdministratorCleanupRoots = {
+    "/var/cache", "/var/log", "/var/tmp", "/tmp", "/var/crash", "/media", "/mnt", "/run/media"};
+
 bool wellFormed(std::string_view path) {
     return !path.empty() && path.front() == '/' && path.find('\0') == std::string_view::npos;
 }
@@ -116,17 +142,33 @@ bool finderStampFrom(const std::vector<utf8proc_int32_t>& cps, std::size_t start
     return dash() && digits(1, SIZE_MAX) && i == cps.size();
 }
 
-bool userLaunchFolderPattern(std::string_view path) {
-    std::string_view rest = beforeFinalLineTerminator(path);
-    if (!rest.starts_with("/Users/")) return false;
-    rest.remove_prefix(7);
-    auto slash = rest.find('/');
-    if (slash == 0 || slash == std::string_view::npos) return false;
-    rest.remove_prefix(slash);
-    for (std::string_view folder : {"/Library/LaunchAgents", "/Library/LaunchDaemons"}) {
-        if (rest == folder || startsWithDir(rest, folder)) return true;
-    }
-    return false;
+// The folder of the home a path lies in ("/Users/a" for "/Users/a/x"); empty when it lies in
+// none. Only /Users/ knows homes on macOS; Linux adds /home/ and root's /root.
+std::string_view homeFolderOf(std::string_view path, RuleSet rules) {
+    auto within = [&](std::string_view parent) -> std::string_view {
+        if (!path.starts_with(parent)) return {};
+        const std::string_view rest = path.substr(parent.size());
+        const auto slash = rest.find('/');
+        if (slash == 0 || rest.empty()) return {};
+        return path.substr(0, parent.size() + std::min(slash, rest.size()));
+    };
+    if (rules == RuleSet::macOS) return within("/Users/");
+    for (auto parent : kLinuxHomeParents)
+        if (auto folder = within(parent); !folder.empty()) return folder;
+    if (path == kLinuxRootHome || startsWithDir(path, kLinuxRootHome)) return kLinuxRootHome;
+    return {};
+}
+
+// Whether the path is, or lies in, a start-up folder of any user's home.
+bool homeStartupFolderPattern(std::string_view path, RuleSet rules) {
+    const std::string_view text = beforeFinalLineTerminator(path);
+    const std::string_view homeFolder = homeFolderOf(text, rules);
+    if (homeFolder.empty()) return false;
+    const std::string_view rest = text.substr(homeFolder.size());
+    auto inFolder = [&](std::string_view folder) { return rest == folder || startsWithDir(rest, folder); };
+    if (std::any_of(kHomeLaunchFolders.begin(), kHomeLaunchFolders.end(), inFolder)) return true;
+    return rules == RuleSet::withLinuxAdditions &&
+           std::any_of(kLinuxHomeStartupFolders.begin(), kLinuxHomeStartupFolders.end(), inFolder);
 }
 
 bool snapshotDateWellFormed(std::string_view date) {
@@ -139,16 +181,44 @@ bool snapshotDateWellFormed(std::string_view date) {
     return true;
 }
 
+// The form two spellings of one place share. Unicode composition only where the disk itself
+// treats composed and decomposed names as one: elsewhere it would let one folder pass for another.
 std::string reduced(std::string_view path, const DiskFacts& disk) {
-    return nfc(canonicalPathForComparison(standardizePath(path, disk.exists)));
+    std::string form = canonicalPathForComparison(standardizePath(path, disk.exists));
+    return disk.namesAreNormalized ? nfc(form) : form;
 }
 
-// The ownership rule: with a caller, an item owned by someone other than root must be the caller's.
+// The lexical clean form the Linux tables are written in: "/tmp/x" rather than "/private/tmp/x".
+std::string linuxForm(std::string_view path, const DiskFacts& disk) {
+    return disk.walkable(canonicalPathForComparison(standardizePath(path, disk.exists)));
+}
+
+bool linuxRules(const DiskFacts& disk) { return disk.rules == RuleSet::withLinuxAdditions; }
+
+// A caller the Linux additions hold to deny by default: anyone but root.
+bool restrictedCaller(std::optional<std::uint32_t> caller, const DiskFacts& disk) {
+    return linuxRules(disk) && caller && *caller != 0;
+}
+
+// The ownership rule: with a caller, an item owned by someone other than root must be the
+// caller's. Root's items pass on macOS, which guards its system by itself; on Linux only for an
+// administrator, and only where the system keeps what it may lose.
 bool ownedAcceptably(const std::string& path, std::optional<std::uint32_t> caller, const DiskFacts& disk) {
     if (!caller) return true;
     auto facts = disk.lstat(path);
-    if (!facts || facts->uid == 0) return true;
+    if (!facts) return true;
+    if (facts->uid == 0) {
+        if (!restrictedCaller(caller, disk)) return true;
+        return disk.isAdministrator(*caller) && isUnderAdministratorCleanupRoot(linuxForm(path, disk));
+    }
     return facts->uid == *caller;
+}
+
+// The persistence test on the path as given and, with the Linux additions, on its clean form too,
+// so that "/home/u/../../etc/cron.d/x" is judged where it leads.
+bool persistent(std::string_view path, const std::string& home, const DiskFacts& disk) {
+    if (isPersistenceLocation(path, home, disk.rules)) return true;
+    return linuxRules(disk) && isPersistenceLocation(linuxForm(path, disk), home, disk.rules);
 }
 
 bool existsAt(const std::string& path, const DiskFacts& disk) { return disk.exists(path); }
@@ -157,7 +227,7 @@ std::optional<Refusal> validateCase(const op::RemovePath& c, const std::string& 
                                     std::optional<std::uint32_t> uid, const DiskFacts& disk) {
     if (!wellFormed(c.path)) return Refusal::notAbsolutePath;
     if (!assertDeletable(c.path, home, disk)) return Refusal::pathNotAllowed;
-    if (isPersistenceLocation(c.path, home)) return Refusal::pathNotAllowed;
+    if (persistent(c.path, home, disk)) return Refusal::pathNotAllowed;
     if (pathTraversesSymlink(c.path, disk)) return Refusal::pathTraversesSymlink;
     if (!ownedAcceptably(c.path, uid, disk)) return Refusal::pathNotAllowed;
     return std::nullopt;
@@ -182,7 +252,9 @@ std::optional<Refusal> validateCase(const op::RestoreFromStaging& c, const std::
     if (pathTraversesSymlink(disk.walkable(canonicalPathForComparison(c.staging)), disk))
         return Refusal::pathTraversesSymlink;
     if (!ownedAcceptably(c.staging, uid, disk)) return Refusal::pathNotAllowed;
-    if (isPersistenceLocation(c.destination, home)) return Refusal::pathNotAllowed;
+    // A restore brings the user's data back; it never takes from the system.
+    if (linuxRules(disk) && isUnderLinuxSystemRoot(linuxForm(c.staging, disk))) return Refusal::pathNotAllowed;
+    if (persistent(c.destination, home, disk)) return Refusal::pathNotAllowed;
     if (!inCallerDomain(c.destination, home, uid, disk)) return Refusal::pathNotAllowed;
     // A link at the destination is the normal case: it is the shortcut being undone.
     if (existsAt(c.destination, disk)) {
@@ -211,8 +283,13 @@ std::optional<Refusal> validateCase(const op::MoveAside& c, const std::string& h
     if (!existsAt(c.path, disk)) return Refusal::sourceMissing;
     if (existsAt(c.to, disk)) return Refusal::destinationOccupied;
     if (pathTraversesSymlink(deletingLastPathComponent(c.to), disk)) return Refusal::pathTraversesSymlink;
-    if (isPersistenceLocation(c.to, home)) return Refusal::pathNotAllowed;
+    if (persistent(c.to, home, disk)) return Refusal::pathNotAllowed;
+    // Set aside into the system's own folders, an item would run or be read as the system's.
+    if (linuxRules(disk) && isUnderLinuxSystemRoot(linuxForm(c.to, disk))) return Refusal::pathNotAllowed;
     if (inForeignHome(c.to, home, uid, disk)) return Refusal::pathNotAllowed;
+    // Without this, a file handed to its owner could be placed in any root-owned folder, one on
+    // root's search path too.
+    if (restrictedCaller(uid, disk) && !inCallerDomain(c.to, home, uid, disk)) return Refusal::pathNotAllowed;
     if (uid && c.chownTo != *uid) return Refusal::pathNotAllowed;
     if (!ownedAcceptably(c.path, uid, disk)) return Refusal::pathNotAllowed;
     return std::nullopt;
@@ -225,7 +302,14 @@ std::optional<Refusal> validateCase(const op::PrivilegedScan& c, const std::stri
     auto root = disk.lstat(c.root);
     if (!root || !root->isDirectory()) return Refusal::sourceMissing;
     if (pathTraversesSymlink(c.root, disk)) return Refusal::pathTraversesSymlink;
-    if (isPersistenceLocation(c.outPath, home)) return Refusal::pathNotAllowed;
+    // A scan as root names what an ordinary user may not see, and a folder swapped for a link
+    // while it runs would name it anywhere: outside the home, only for an administrator.
+    if (restrictedCaller(uid, disk) && !disk.isAdministrator(*uid)) {
+        const std::string scanned = reduced(c.root, disk);
+        const std::string homePlace = reduced(home, disk);
+        if (scanned != homePlace && !startsWithDir(scanned, homePlace)) return Refusal::pathNotAllowed;
+    }
+    if (persistent(c.outPath, home, disk)) return Refusal::pathNotAllowed;
     if (!inCallerDomain(c.outPath, home, uid, disk)) return Refusal::pathNotAllowed;
     if (existsAt(c.outPath, disk) || isSymlinkPath(c.outPath, disk)) return Refusal::destinationOccupied;
     const std::string parent = deletingLastPathComponent(c.outPath);
@@ -292,7 +376,10 @@ const DiskFacts& DiskFacts::real() {
             if (!mount) return std::nullopt;
             return mount->mountPoint;
         },
-        [](std::string_view path) { return platform::walkablePath(path); }};
+        [](std::string_view path) { return platform::walkablePath(path); },
+        kHostRuleSet,
+        [](std::uint32_t uid) { return platform::isAdministrator(uid); },
+        platform::namesAreNormalized()};
     return facts;
 }
 
@@ -324,7 +411,7 @@ std::optional<BatchRefusal> validatePrivilegedBatch(const std::vector<Privileged
     return std::nullopt;
 }
 
-bool isPersistenceLocation(std::string_view pathIn, std::string_view homeIn) {
+bool isPersistenceLocation(std::string_view pathIn, std::string_view homeIn, RuleSet rules) {
     auto normalise = [](std::string_view text) {
         std::string out(text.starts_with("/private/") ? text.substr(8) : text);
         dropTrailingSlashes(out);
@@ -333,8 +420,27 @@ bool isPersistenceLocation(std::string_view pathIn, std::string_view homeIn) {
     const std::string path = normalise(pathIn);
     auto matches = [&](std::string_view entry) { return path == entry || startsWithDir(path, entry); };
     if (std::any_of(kPersistenceList.begin(), kPersistenceList.end(), matches)) return true;
-    if (!homeIn.empty() && matches(normalise(std::string(homeIn) + "/Library/LaunchAgents"))) return true;
-    return userLaunchFolderPattern(path);
+    const bool withLinux = rules == RuleSet::withLinuxAdditions;
+    if (withLinux && std::any_of(kLinuxPersistenceList.begin(), kLinuxPersistenceList.end(), matches)) return true;
+    if (!homeIn.empty()) {
+        if (matches(normalise(std::string(homeIn) + "/Library/LaunchAgents"))) return true;
+        for (auto folder : kLinuxHomeStartupFolders)
+            if (withLinux && matches(normalise(std::string(homeIn) + std::string(folder)))) return true;
+    }
+    return homeStartupFolderPattern(path, rules);
+}
+
+bool isUnderLinuxSystemRoot(std::string_view path) {
+    // A drive mounted for a user stays reachable; the folders that hold drives do not.
+    constexpr std::string_view userDrives = "/run/media/";
+    if (path.starts_with(userDrives) && pathComponents(path.substr(userDrives.size())).size() >= 2) return false;
+    return std::any_of(kLinuxSystemRoots.begin(), kLinuxSystemRoots.end(),
+                       [&](std::string_view root) { return path == root || startsWithDir(path, root); });
+}
+
+bool isUnderAdministratorCleanupRoot(std::string_view path) {
+    return std::any_of(kAdministratorCleanupRoots.begin(), kAdministratorCleanupRoots.end(),
+                       [&](std::string_view root) { return startsWithDir(path, root); });
 }
 
 std::string canonicalPathForComparison(std::string_view path) {
@@ -374,6 +480,7 @@ bool assertDeletable(std::string_view pathIn, std::string_view home, const DiskF
     if (path == home) return false;
     if (startsWithDir(home, path)) return false;
     if (pathComponents(path).size() < 2) return false;
+    if (linuxRules(disk) && isUnderLinuxSystemRoot(linuxForm(path, disk))) return false;
     auto mountPoint = disk.mountPoint(path);
     if (!mountPoint) return true;  // a vanished path is not protected for being one
     return *mountPoint != path;
@@ -416,6 +523,13 @@ bool inCallerDomain(std::string_view path, std::string_view home, std::optional<
     const std::string place = reduced(path, disk);
     const std::string homePlace = reduced(home, disk);
     if (place == homePlace || startsWithDir(place, homePlace)) return true;
+    if (restrictedCaller(caller, disk)) {
+        // A root-owned folder is no one's domain here: only a folder the caller owns, or for an
+        // administrator the places where the system keeps what it may lose.
+        auto parent = disk.lstat(disk.walkable(deletingLastPathComponent(place)));
+        if (parent && parent->uid == *caller) return true;
+        return disk.isAdministrator(*caller) && isUnderAdministratorCleanupRoot(disk.walkable(place));
+    }
     auto facts = disk.lstat(disk.walkable(place));
     if (facts && facts->uid == 0) return true;
     auto parent = disk.lstat(disk.walkable(deletingLastPathComponent(place)));
@@ -427,10 +541,8 @@ bool inForeignHome(std::string_view path, std::string_view home, std::optional<s
     if (!caller) return false;
     const std::string place = reduced(path, disk);
     const std::string homePlace = reduced(home, disk);
-    if (!place.starts_with("/Users/")) return false;
-    auto parts = pathComponents(std::string_view(place).substr(7));
-    if (parts.empty()) return false;
-    const std::string ownerFolder = "/Users/" + parts.front();
+    const std::string ownerFolder(homeFolderOf(linuxRules(disk) ? disk.walkable(place) : place, disk.rules));
+    if (ownerFolder.empty()) return false;
     if (homePlace == ownerFolder || startsWithDir(homePlace, ownerFolder)) return false;
     if (startsWithDir(place, homePlace) || place == homePlace) return false;
     return true;

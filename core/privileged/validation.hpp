@@ -15,8 +15,22 @@
 
 namespace orvane {
 
-// The three questions validation asks of the disk. Tests hand in a made-up disk; everyone
-// else uses real().
+// Which rules validation applies. macOS keeps its own system out of root's reach, so its rules
+// guard only what it leaves open. A system that protects nothing from root (Linux) needs more:
+// its system folders, its start-up places, its homes under /home, and deny by default for a
+// caller who is not root.
+enum class RuleSet {
+    macOS,
+    withLinuxAdditions,
+};
+#ifdef __linux__
+inline constexpr RuleSet kHostRuleSet = RuleSet::withLinuxAdditions;
+#else
+inline constexpr RuleSet kHostRuleSet = RuleSet::macOS;
+#endif
+
+// The questions validation asks of the disk and of the system. Tests hand in a made-up disk;
+// everyone else uses real().
 struct DiskFacts {
     std::function<std::optional<platform::FileFacts>(const std::string&)> lstat;
     std::function<bool(const std::string&)> exists;  // follows links: a dangling link is absent
@@ -24,6 +38,11 @@ struct DiskFacts {
     std::function<std::optional<std::string>(const std::string&)> mountPoint;
     // The comparison form turned back into a path to walk on this disk (platform::walkablePath).
     std::function<std::string(std::string_view)> walkable;
+    RuleSet rules = kHostRuleSet;
+    // Whether a user may administer the system (only the Linux additions ask).
+    std::function<bool(std::uint32_t)> isAdministrator = [](std::uint32_t) { return false; };
+    // Whether names that differ only in Unicode normal form are one name on this disk.
+    bool namesAreNormalized = true;
 
     static const DiskFacts& real();
 };
@@ -49,7 +68,14 @@ std::optional<BatchRefusal> validatePrivilegedBatch(const std::vector<Privileged
 
 // Places where an item would start by itself or with more right than its owner. `home` may be
 // empty. Byte-exact and case-sensitive.
-bool isPersistenceLocation(std::string_view path, std::string_view home);
+bool isPersistenceLocation(std::string_view path, std::string_view home, RuleSet rules = kHostRuleSet);
+
+// The Linux additions' own questions, on a path in its lexical clean form ("/tmp/x", not
+// "/private/tmp/x"): whether it is or lies under a system folder that is never deletable (a
+// drive under /run/media/<user> is not), and whether it lies under a place where an
+// administrator may clean what root owns (the clean-up roots and removable drives).
+bool isUnderLinuxSystemRoot(std::string_view path);
+bool isUnderAdministratorCleanupRoot(std::string_view path);
 
 // The form in which two spellings of one place compare equal, without touching the disk:
 // "/System/Volumes/Data//Users/a/" gives "/Users/a", "/tmp" gives "/private/tmp".

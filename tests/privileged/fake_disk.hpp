@@ -25,9 +25,16 @@ public:
         mounts_.insert(point);
         return *this;
     }
+    // Laid out like Linux instead: no /private, names are bytes, the Linux additions apply, and
+    // `administrators` are the users in the sudo group.
+    FakeDisk& laidOutLikeLinux(std::set<std::uint32_t> administrators) {
+        linux_ = true;
+        administrators_ = std::move(administrators);
+        return *this;
+    }
 
     DiskFacts facts() const {
-        return DiskFacts{
+        DiskFacts facts{
             [this](const std::string& p) -> std::optional<platform::FileFacts> {
                 auto it = entries_.find(resolveParents(p));
                 if (it == entries_.end()) return std::nullopt;
@@ -41,8 +48,20 @@ public:
                     if ((p == m || p.starts_with(m + "/")) && m.size() > best.size()) best = m;
                 return best;
             },
-            // This disk is laid out like macOS: it has /private, so paths are walked as they are.
+            // Laid out like macOS, this disk has /private, so paths are walked as they are.
             [](std::string_view p) { return std::string(p); }};
+        facts.rules = RuleSet::macOS;
+        if (linux_) {
+            facts.rules = RuleSet::withLinuxAdditions;
+            facts.walkable = [](std::string_view p) {
+                for (std::string_view added : {"/private/tmp", "/private/var", "/private/etc"})
+                    if (p == added || p.starts_with(std::string(added) + "/")) return std::string(p.substr(8));
+                return std::string(p);
+            };
+            facts.isAdministrator = [this](std::uint32_t uid) { return administrators_.contains(uid); };
+            facts.namesAreNormalized = false;
+        }
+        return facts;
     }
 
 private:
@@ -92,6 +111,8 @@ private:
     std::map<std::string, platform::FileFacts> entries_;
     std::map<std::string, std::string> targets_;
     std::set<std::string> mounts_;
+    bool linux_ = false;
+    std::set<std::uint32_t> administrators_;
 };
 
 }  // namespace orvane::testing

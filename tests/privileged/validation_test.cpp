@@ -265,6 +265,88 @@ TEST(Validate, TrashedApps) {
     for (const auto& n : names) EXPECT_EQ(isTrashedAppName(n.name), n.ok) << n.name;
 }
 
+// Linux keeps nothing from root, so the same requests meet more rules there: the system's own
+// folders, start-up places, homes under /home, and deny by default for whoever is not root.
+TEST(Validate, LinuxAdditions) {
+    constexpr std::uint32_t user = 1000, other = 1001, admin = 2000;
+    FakeDisk d;
+    d.laidOutLikeLinux({admin});
+    d.folder("/home").folder("/home/u", user).file("/home/u/file", user).file("/home/u/rootfile");
+    d.folder("/home/u/.config", user).folder("/home/u/.config/autostart", user);
+    d.folder("/home/v", other).folder("/home/admin", admin).file("/home/admin/f", admin);
+    d.folder("/home/\u00e9", user).file("/home/\u00e9/f", user).folder("/home/e\u0301", other);
+    d.folder("/etc").file("/etc/shadow").folder("/etc/cron.d").folder("/root").file("/root/x");
+    d.folder("/var").folder("/var/cache").folder("/var/cache/app").file("/var/cache/app/blob");
+    d.file("/var/cache/mine", user).folder("/var/lib").folder("/var/lib/x");
+    d.folder("/opt").folder("/opt/tool").folder("/opt/tool/bin");
+    d.folder("/tmp").file("/tmp/mine", user).file("/tmp/rootfile");
+    d.folder("/media").folder("/media/Drive").mount("/media/Drive").file("/media/Drive/data");
+    d.folder("/dev").file("/dev/null");
+    const auto disk = d.facts();
+
+    struct Case {
+        PrivilegedOperation operation;
+        std::optional<std::uint32_t> uid;
+        std::optional<R> expected;
+    } cases[] = {
+        // An ordinary user: nothing root-owned, nowhere but what they own.
+        {op::RemovePath{"/etc/shadow"}, user, R::pathNotAllowed},
+        {op::RemovePath{"/home/u/rootfile"}, user, R::pathNotAllowed},
+        {op::RemovePath{"/var/cache/app/blob"}, user, R::pathNotAllowed},
+        {op::RemovePath{"/tmp/rootfile"}, user, R::pathNotAllowed},
+        {op::RemovePath{"/var/cache/mine"}, user, std::nullopt},
+        {op::RemovePath{"/tmp/mine"}, user, std::nullopt},
+        {op::RemovePath{"/home/u/file"}, user, std::nullopt},
+        {op::RemovePath{"/home/u/.config/autostart"}, user, R::pathNotAllowed},
+        {op::MoveAside{"/etc/shadow", "/home/u/shadow", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/tmp/rootfile", "/home/u/got", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/opt/tool/bin/ls", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/home/v/x", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/root/x2", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/home/u/.config/autostart/x.desktop", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/home/u/../../etc/cron.d/x", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/tmp/aside", user}, user, R::pathNotAllowed},
+        {op::MoveAside{"/home/u/file", "/home/u/aside", user}, user, std::nullopt},
+        {op::SwapToSymlink{"/home/u/rootfile", "/home/u/file"}, user, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/u/file", "/etc/cron.d/x"}, user, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/u/file", "/root/x2"}, user, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/u/file", "/var/lib/x/new"}, user, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/etc/shadow", "/home/u/new"}, user, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/u/file", "/home/u/new"}, user, std::nullopt},
+        {op::PrivilegedScan{"folder", "/root", "", "/home/u/dump.json"}, user, R::pathNotAllowed},
+        {op::PrivilegedScan{"folder", "/home/u", "", "/home/u/dump.json"}, user, std::nullopt},
+        // An administrator: root's items only under the clean-up roots and on removable drives.
+        {op::RemovePath{"/var/cache/app/blob"}, admin, std::nullopt},
+        {op::RemovePath{"/tmp/rootfile"}, admin, std::nullopt},
+        {op::RemovePath{"/media/Drive/data"}, admin, std::nullopt},
+        {op::RemovePath{"/media/Drive"}, admin, R::pathNotAllowed},
+        {op::RemovePath{"/var/lib/x"}, admin, R::pathNotAllowed},
+        {op::RemovePath{"/etc/shadow"}, admin, R::pathNotAllowed},
+        {op::MoveAside{"/var/cache/app/blob", "/home/admin/blob", admin}, admin, std::nullopt},
+        {op::MoveAside{"/home/admin/f", "/opt/tool/bin/ls", admin}, admin, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/admin/f", "/var/cache/app/new"}, admin, std::nullopt},
+        {op::PrivilegedScan{"folder", "/root", "", "/home/admin/dump.json"}, admin, std::nullopt},
+        // Root and the dry run keep the rules as they were, with the system folders added.
+        {op::RemovePath{"/var/lib/x"}, 0u, std::nullopt},
+        {op::RemovePath{"/etc/shadow"}, 0u, R::pathNotAllowed},
+        {op::RemovePath{"/var/lib/x"}, std::nullopt, std::nullopt},
+        {op::RemovePath{"/dev/null"}, std::nullopt, R::pathNotAllowed},
+        {op::RestoreFromStaging{"/home/u/file", "/root/x2"}, std::nullopt, R::pathNotAllowed},
+    };
+    for (const auto& c : cases) {
+        const std::string home = c.uid == admin ? "/home/admin" : "/home/u";
+        auto got = validate(c.operation, home, c.uid, disk);
+        EXPECT_EQ(got, c.expected) << c.operation.description() << " uid "
+                                   << (c.uid ? std::to_string(*c.uid) : "absent") << ": got "
+                                   << (got ? rawValue(*got) : "nothing");
+    }
+    // Names are bytes: the decomposed spelling of the caller's home is another user's folder.
+    EXPECT_EQ(validate(op::MoveAside{"/home/\u00e9/f", "/home/e\u0301/x", user}, "/home/\u00e9", user, disk),
+              R::pathNotAllowed);
+    EXPECT_EQ(validate(op::MoveAside{"/home/\u00e9/f", "/home/\u00e9/x", user}, "/home/\u00e9", user, disk),
+              std::nullopt);
+}
+
 TEST(PathRules, Persistence) {
     struct Case {
         const char* path;
@@ -290,7 +372,55 @@ TEST(PathRules, Persistence) {
         {"/Library/Application Support", "", false},
         {"/", "", false},
     };
-    for (const auto& c : cases) EXPECT_EQ(isPersistenceLocation(c.path, c.home), c.expected) << c.path;
+    for (const auto& c : cases) EXPECT_EQ(isPersistenceLocation(c.path, c.home, RuleSet::macOS), c.expected) << c.path;
+
+    // Linux adds its start-up places and knows homes under /home/ and /root.
+    Case linux[] = {
+        {"/etc/cron.d/x", "", true},
+        {"/private/etc/ld.so.preload", "", true},
+        {"/etc", "", true},
+        {"/etcetera", "", false},
+        {"/var/spool/cron/crontabs/u", "", true},
+        {"/usr/lib/systemd/system/x.service", "", true},
+        {"/lib/systemd/system", "", true},
+        {"/home/a/Library/LaunchAgents/x", "", true},
+        {"/home/b/.config/autostart/x.desktop", "", true},
+        {"/home/b/.config/systemd/user/x.service", "", true},
+        {"/Users/b/.config/systemd", "", true},
+        {"/root/.config/autostart", "", true},
+        {"/srv/u/.config/autostart/x", "/srv/u", true},  // the caller's own home, wherever it is
+        {"/srv/u/.config/autostartx", "/srv/u", false},
+        {"/home/b/.config/other", "", false},
+        {"/home/.config/systemd", "", false},
+        {"/var/spool/mail", "", false},
+    };
+    for (const auto& c : linux)
+        EXPECT_EQ(isPersistenceLocation(c.path, c.home, RuleSet::withLinuxAdditions), c.expected) << c.path;
+    EXPECT_FALSE(isPersistenceLocation("/etc/cron.d/x", "", RuleSet::macOS));
+}
+
+TEST(PathRules, LinuxSystemRootsAndCleanupRoots) {
+    struct Case {
+        const char* path;
+        bool system;
+        bool cleanup;
+    } cases[] = {
+        {"/etc/shadow", true, false},   {"/etc", true, false},          {"/boot/x", true, false},
+        {"/dev/null", true, false},     {"/sys/kernel", true, false},   {"/proc/1/mem", true, false},
+        {"/root/x", true, false},       {"/usr/local/bin/x", true, false}, {"/snap", true, false},
+        {"/run/user/1000/x", true, false}, {"/run/media/u", true, true},
+        {"/run/media/u/Drive", false, true},  // a user's drive: its mount point is refused as one
+        {"/run/media/u/Drive/x", false, true},
+        {"/media/Drive/x", false, true},  {"/mnt/x", false, true},      {"/mnt", false, false},
+        {"/var/cache/apt/x", false, true}, {"/var/log/syslog", false, true}, {"/tmp/x", false, true},
+        {"/tmp", false, false},          {"/var/tmp/x", false, true},   {"/var/crash/c", false, true},
+        {"/var/lib/dpkg", false, false}, {"/var/cachex/y", false, false}, {"/home/u/x", false, false},
+        {"/etcetera/x", false, false},   {"/opt/x", false, false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(isUnderLinuxSystemRoot(c.path), c.system) << c.path;
+        EXPECT_EQ(isUnderAdministratorCleanupRoot(c.path), c.cleanup) << c.path;
+    }
 }
 
 TEST(PathRules, CanonicalLaunchItemsAndForeignHomes) {
@@ -463,7 +593,9 @@ TEST_F(RealDisk, OwnershipNeedsRootToSetUp) {
     EXPECT_EQ(validate(op::RemovePath{theirs}, "/home/nobody", 4242u), std::nullopt);
     EXPECT_EQ(validate(op::RemovePath{theirs}, "/home/nobody", std::nullopt), std::nullopt);
     ASSERT_EQ(::chown(theirs.c_str(), 0, 0), 0);
-    EXPECT_EQ(validate(op::RemovePath{theirs}, "/home/nobody", 501u), std::nullopt);
+    // Root's item passes only where the system guards itself; here an ordinary user reaches none.
+    EXPECT_EQ(validate(op::RemovePath{theirs}, "/home/nobody", 501u),
+              kHostRuleSet == RuleSet::macOS ? std::nullopt : std::optional(R::pathNotAllowed));
 }
 
 TEST(RealMounts, AMountPointIsNeverDeletable) {

@@ -1,7 +1,13 @@
 #include "core/safety/delete_verdict.hpp"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
 
 #include <filesystem>
 #include <fstream>
@@ -80,7 +86,9 @@ TEST_F(VerdictTree, PrecedenceOfTheRules) {
         {deletingLastPathComponent(home_), false, false, false, V::refuse(kProtectedRefusal)},
         {"/", false, false, false, V::refuse(kProtectedRefusal)},
         {"/usr", false, false, false, V::refuse(kProtectedRefusal)},
-        {"/etc/x", false, false, false, V::trash()},  // two components, not a mount point: other rules decide
+        {"/opt/x", false, false, false, V::trash()},  // two components, not a mount point: other rules decide
+        // ... except in the folders of a system that does not guard them itself
+        {"/etc/x", false, false, false, platform::hasPrivateFolder() ? V::trash() : V::refuse(kProtectedRefusal)},
         // then the way through a shortcut, ahead of the shortcut itself and of projects
         {at("work/app"), true, true, true, V::refuse(kViaShortcutRefusal)},
         {at("plain"), false, false, true, V::refuse(kViaShortcutRefusal)},
@@ -126,6 +134,49 @@ TEST_F(VerdictTree, OnDiskAsksTheDiskForLinks) {
     EXPECT_EQ(onDiskDeleteVerdict(at("work/app"), false), V::refuse(kProjectItselfRefusal));
     EXPECT_EQ(onDiskDeleteVerdict(at("plain"), false), V::trash());
     EXPECT_EQ(onDiskDeleteVerdict(at("plain"), true), V::removePermanently());
+    if (platform::hasPrivateFolder()) return;  // the system folders below are Linux's
+    for (const char* system : {"/dev/null", "/etc/passwd", "/proc/self", "/sys/kernel", "/usr/bin/env"})
+        EXPECT_EQ(onDiskDeleteVerdict(system, false), V::refuse(kProtectedRefusal)) << system;
+}
+
+// Removes a folder too deep for path-based removal, one descriptor per level.
+void removeDeep(int parentFD, const char* name) {
+    int fd = ::openat(parentFD, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0) {
+        if (DIR* dir = ::fdopendir(fd)) {
+            std::vector<std::string> names;
+            while (const dirent* entry = ::readdir(dir))
+                if (std::string_view(entry->d_name) != "." && std::string_view(entry->d_name) != "..")
+                    names.emplace_back(entry->d_name);
+            for (const auto& child : names)
+                if (::unlinkat(::dirfd(dir), child.c_str(), 0) != 0) removeDeep(::dirfd(dir), child.c_str());
+            ::closedir(dir);
+        } else {
+            ::close(fd);
+        }
+    }
+    ::unlinkat(parentFD, name, AT_REMOVEDIR);
+}
+
+TEST_F(VerdictTree, ALongPathIsStillLookedAtStepByStep) {
+    // Deeper than one system call can take a path: the link beyond PATH_MAX must still be seen.
+    std::string path = home_;
+    int fd = ::open(home_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string name(200, 'd');
+    while (path.size() < PATH_MAX + 200) {
+        ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
+        int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(fd);
+        fd = next;
+        path += "/" + name;
+    }
+    ASSERT_EQ(::symlinkat(at("plain").c_str(), fd, "link"), 0);
+    ASSERT_EQ(::mkdirat(fd, "real", 0755), 0);
+    ::close(fd);
+    EXPECT_EQ(onDiskDeleteVerdict(path + "/link/notes.txt", false), V::refuse(kViaShortcutRefusal));
+    EXPECT_EQ(onDiskDeleteVerdict(path + "/link", false), V::refuse(kViaShortcutRefusal));
+    EXPECT_EQ(onDiskDeleteVerdict(path + "/real", false), V::trash());
+    removeDeep(AT_FDCWD, (home_ + "/" + name).c_str());
 }
 
 TEST(OnDiskDeleteVerdict, MountPointIsProtected) {

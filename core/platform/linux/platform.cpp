@@ -130,6 +130,8 @@ bool hasPrivateFolder() {
 
 bool gitNeedsDeveloperTools() { return false; }
 
+bool namesAreNormalized() { return false; }
+
 std::vector<std::string> extraToolFolders(std::string_view home) {
     std::vector<std::string> folders = {"/usr/bin", "/usr/local/bin", "/home/linuxbrew/.linuxbrew/bin", "/snap/bin"};
     if (!home.empty() && home != "/") folders.push_back(std::string(home) + "/.local/bin");
