@@ -141,6 +141,27 @@ std::string lowercased(std::string_view text) {
     return out;
 }
 
+std::size_t displayWidth(std::string_view text) {
+    std::size_t width = 0;
+    std::size_t cluster = 0;  // the widest code point of the character being read
+    utf8proc_int32_t previous = -1;
+    utf8proc_int32_t state = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        auto [cp, len] = decodeAt(text, i);
+        const bool breaks = previous < 0 || cp < 0 || utf8proc_grapheme_break_stateful(previous, cp, &state);
+        if (breaks) {
+            width += cluster;
+            cluster = 0;
+        }
+        const std::size_t own = cp < 0 ? 1 : static_cast<std::size_t>(std::max(0, utf8proc_charwidth(cp)));
+        cluster = std::max(cluster, own);
+        previous = cp;
+        if (cp < 0) state = 0;
+        i += len;
+    }
+    return width + cluster;
+}
+
 std::string escapeControlCharacters(std::string_view text) {
     static constexpr char hex[] = "0123456789ABCDEF";
     std::string out;

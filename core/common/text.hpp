@@ -18,6 +18,11 @@ std::string nfc(std::string_view text);
 // counts one character per byte that does not decode.
 std::size_t characterCount(std::string_view text);
 
+// The columns a terminal gives the text: per user-perceived character, the widest of its code
+// points (two for East Asian wide and emoji, none for a lone combining mark, one otherwise).
+// Bytes that are not valid UTF-8 take one column each.
+std::size_t displayWidth(std::string_view text);
+
 // The first `limit` user-perceived characters, never cutting one in half.
 std::string clipCharacters(std::string_view text, std::size_t limit);
 

@@ -54,6 +54,16 @@ TEST(Text, TrimsWhiteSpaceAtBothEnds) {
     EXPECT_EQ(L("any.key", "Default text"), "Default text");
 }
 
+TEST(Text, DisplayWidthCountsColumns) {
+    EXPECT_EQ(displayWidth("cargo"), 5u);
+    EXPECT_EQ(displayWidth("Caf\u00e9"), 4u);
+    EXPECT_EQ(displayWidth("Cafe\u0301"), 4u);               // the mark joins its letter
+    EXPECT_EQ(displayWidth("\u65e5\u672c\u8a9e"), 6u);      // wide
+    EXPECT_EQ(displayWidth("\U0001F468\u200D\U0001F469"), 2u);  // one joined emoji
+    EXPECT_EQ(displayWidth("a\xff"), 2u);
+    EXPECT_EQ(displayWidth(""), 0u);
+}
+
 TEST(Text, EscapesWhatCouldMoveTheCursorOrStartALine) {
     const struct {
         std::string in, out;
