@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <regex>
 
 #include "core/common/json_files.hpp"
@@ -144,6 +145,29 @@ TEST_F(Road, TheLogIsRepairedAndNeverFailsAReply) {
     fs::create_symlink(target, root_ + "/linked.log");
     appendLogRecord(root_ + "/linked.log", "nope");
     EXPECT_EQ(readFile(target), "");
+}
+
+TEST_F(Road, EachRecordStaysOneLineWhateverThePathHolds) {
+    auto h = helper(static_cast<std::uint32_t>(getuid()));
+    const std::string forged = "[2026-01-01T00:00:00Z] OK removePath(\"/etc\")";
+    struct Case {
+        std::string separator, escaped;
+    } cases[] = {
+        {"\n", "\\n"},
+        {"\r", "\\r"},
+        {"\xE2\x80\xA8", "\\xE2\\x80\\xA8"},  // a line separator to some readers
+    };
+    std::vector<std::string> expected;
+    for (const auto& c : cases) {
+        // A folder that is not there: validation lets it through and the removal fails.
+        const std::string path = root_ + "/gone" + c.separator + forged;
+        ASSERT_EQ(h.perform(R"({"removePath":{"_0":)" + nlohmann::json(path).dump() + "}}"),
+                  "operationFailed: remove of " + path + " failed or was redirected");
+        expected.push_back("FAILED removePath(\"" + root_ + "/gone" + c.escaped +
+                           "[2026-01-01T00:00:00Z] OK removePath(\\\"/etc\\\")\"): remove of " + root_ + "/gone" +
+                           c.escaped + forged + " failed or was redirected");
+    }
+    EXPECT_EQ(records(), expected);
 }
 
 }  // namespace
