@@ -12,6 +12,8 @@
 namespace orvane::wire {
 
 inline constexpr std::uint32_t kMaxFrame = 1u << 20;
+// The longest reply text that fits in a frame beside its presence byte.
+inline constexpr std::size_t kMaxReplyText = kMaxFrame - 1;
 inline constexpr char kPerform = 'P';
 inline constexpr char kVersion = 'V';
 

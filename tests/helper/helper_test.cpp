@@ -11,6 +11,7 @@
 #include <regex>
 
 #include "core/common/json_files.hpp"
+#include "core/privileged/wire.hpp"
 #include "core/scan/tool_runner.hpp"
 #include "helper/helper_log.hpp"
 
@@ -168,6 +169,36 @@ TEST_F(Road, EachRecordStaysOneLineWhateverThePathHolds) {
                            c.escaped + forged + " failed or was redirected");
     }
     EXPECT_EQ(records(), expected);
+}
+
+TEST_F(Road, AFailureTooLongForAFrameIsToldInASentence) {
+    const std::size_t room = wire::kMaxReplyText - PrivilegedHelper::failurePrefix.size();
+    const auto tooLong = [](std::size_t n) {
+        return "the failure text was too long to send (" + std::to_string(n) + " bytes)";
+    };
+    struct Case {
+        std::size_t length;
+        std::string told;
+    } cases[] = {
+        {room, std::string(room, 'e')},
+        {room + 1, tooLong(room + 1)},
+        {8u << 20, tooLong(8u << 20)},
+    };
+    for (const auto& c : cases) {
+        HelperSettings settings;
+        settings.logPath = log_;
+        settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(root_); };
+        settings.operations.runSplit = [&](const std::string&, const std::vector<std::string>&, double, bool,
+                                           ToolErrors) -> ToolResult { throw OVError(std::string(c.length, 'e')); };
+        fs::remove(log_);
+        auto reply = Helper(static_cast<std::uint32_t>(getuid()), settings).perform(R"({"thinSnapshots":{}})");
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(*reply, "operationFailed: " + c.told) << c.length;
+        EXPECT_LE(wire::encodeReply(reply).size(), wire::kMaxFrame);
+        // The log says what the caller was told, in one record.
+        const std::string log = readFile(log_).value_or("");
+        EXPECT_EQ(log.substr(log.find("] ") + 2), "FAILED thinSnapshots: " + c.told + "\n") << c.length;
+    }
 }
 
 }  // namespace
