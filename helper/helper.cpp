@@ -4,6 +4,7 @@
 
 #include "core/common/path.hpp"
 #include "core/privileged/validation.hpp"
+#include "core/privileged/wire.hpp"
 #include "helper/helper_log.hpp"
 
 namespace orvane::helper {
@@ -59,6 +60,9 @@ std::optional<std::string> Helper::perform(std::string_view request) const {
     } catch (...) {
         failure = "the operation failed for an unknown reason";
     }
+    // The reply must fit in one frame, and the log must say what the caller was told.
+    if (PrivilegedHelper::failurePrefix.size() + failure.size() > wire::kMaxReplyText)
+        failure = "the failure text was too long to send (" + std::to_string(failure.size()) + " bytes)";
     log("FAILED " + operation.description() + ": " + failure);
     return std::string(PrivilegedHelper::failurePrefix) + failure;
 }

@@ -2,6 +2,7 @@
 // reply. The caller's user id comes from the kernel at admission and never from a request.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -18,6 +19,9 @@ struct HelperSettings {
     std::function<std::optional<std::string>(std::uint32_t uid)> homeOf;
     // How tools are started and where launch items live (tests replace these).
     OperationContext operations;
+    // How long a connection may take to send one whole request, and to take in one reply, before
+    // it is closed; the time an operation runs is not counted.
+    std::chrono::milliseconds frameTimeout = std::chrono::seconds(30);
 };
 
 class Helper {

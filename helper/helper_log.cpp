@@ -7,12 +7,14 @@
 #include <cerrno>
 
 #include "core/common/json_files.hpp"
+#include "core/common/text.hpp"
 
 namespace orvane::helper {
 
 void appendLogRecord(const std::string& logPath, std::string_view message, TimePoint now) {
     std::string record = "[" + iso8601(now) + "] ";
-    record += message;
+    // A path or a tool's text may hold a line break of its own, which would forge a record.
+    record += escapeControlCharacters(message);
     record += '\n';
     // One write with O_APPEND: records from two connections never interleave within a line.
     // O_NOFOLLOW: a link planted at the log's place is not written through.

@@ -5,14 +5,45 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <thread>
 
+#include "core/platform/platform.hpp"
 #include "core/privileged/wire.hpp"
 
 namespace orvane::helper {
+namespace {
+
+// The connections being served, in all and per user id.
+class ConnectionSlots {
+public:
+    bool take(std::uint32_t uid) {
+        const std::lock_guard lock(mutex_);
+        if (total_ >= kMaxConnections) return false;
+        const auto held = perUser_.find(uid);
+        if (uid != 0 && held != perUser_.end() && held->second >= kMaxConnectionsPerUser) return false;
+        ++perUser_[uid];
+        ++total_;
+        return true;
+    }
+    void release(std::uint32_t uid) {
+        const std::lock_guard lock(mutex_);
+        --total_;
+        if (--perUser_[uid] == 0) perUser_.erase(uid);
+    }
+
+private:
+    std::mutex mutex_;
+    int total_ = 0;
+    std::map<std::uint32_t, int> perUser_;
+};
+
+wire::Deadline after(std::chrono::milliseconds timeout) { return std::chrono::steady_clock::now() + timeout; }
+
+}  // namespace
 
 int bindListeningSocket(const std::string& socketPath, std::string& problem) {
     sockaddr_un address{};
@@ -48,39 +79,41 @@ void serveConnection(int connectionFD, const std::vector<AllowedClient>& allowed
     auto uid = admitPeer(connectionFD, allowed);
     if (uid) {
         const Helper helper(*uid, settings);
-        while (auto frame = wire::readFrame(connectionFD)) {
+        // The clock starts anew for every request, once the previous reply is out.
+        while (auto frame = wire::readFrame(connectionFD, wire::kMaxFrame, after(settings.frameTimeout))) {
             if (frame->empty()) break;
             std::optional<std::string> reply;
             const char method = frame->front();
             if (method == wire::kVersion && frame->size() == 1) reply = helper.version();
             else if (method == wire::kPerform) reply = helper.perform(std::string_view(*frame).substr(1));
             else break;  // an unknown method ends the connection and touches nothing
-            if (!wire::writeFrame(connectionFD, wire::encodeReply(reply))) break;
+            if (!wire::writeFrame(connectionFD, wire::encodeReply(reply), after(settings.frameTimeout))) break;
         }
     }
     ::close(connectionFD);
 }
 
 void serve(int listeningFD, const std::vector<AllowedClient>& allowed, const HelperSettings& settings) {
-    static std::atomic<int> open{0};
+    ConnectionSlots slots;  // this loop never ends, so the threads may hold on to it
     for (;;) {
         int connection = ::accept4(listeningFD, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0) {
             if (errno == EMFILE || errno == ENFILE) std::this_thread::sleep_for(std::chrono::milliseconds(50));
             continue;
         }
-        if (open.fetch_add(1) >= kMaxConnections) {
-            open.fetch_sub(1);
+        // Counted by the kernel's word on the user, before admission spends anything on the peer.
+        const auto uid = platform::socketPeerUID(connection);
+        if (!uid || !slots.take(*uid)) {
             ::close(connection);
             continue;
         }
         try {
-            std::thread([connection, &allowed, &settings] {
+            std::thread([connection, uid = *uid, &slots, &allowed, &settings] {
                 serveConnection(connection, allowed, settings);
-                open.fetch_sub(1);
+                slots.release(uid);
             }).detach();
         } catch (...) {  // no thread to be had: this peer waits for a later try
-            open.fetch_sub(1);
+            slots.release(*uid);
             ::close(connection);
         }
     }

@@ -150,43 +150,48 @@ bool symlinkNoFollow(std::string_view at, std::string_view to) {
 }
 
 bool moveIntoPlaceNoFollow(std::string_view staging, std::string_view destination, uid_t uid, gid_t gid) {
+    auto [sourceParent, sourceName] = split(staging);
     auto [parent, name] = split(destination);
-    if (!usableName(name) || staging.find('\0') != std::string_view::npos) return false;
+    if (!usableName(sourceName) || !usableName(name)) return false;
+    // The source is reached like the destination: a parent swapped for a link after validation
+    // must not redirect a root rename.
+    int sourceFD = openConfirmedParent(sourceParent);
+    if (sourceFD < 0) return false;
     int fd = openConfirmedParent(parent);
-    if (fd < 0) return false;
     auto fail = [&] {
-        ::close(fd);
+        ::close(sourceFD);
+        if (fd >= 0) ::close(fd);
         return false;
     };
+    if (fd < 0) return fail();
     // Judge the real place, after any redirection that left no link on the way.
     auto real = platform::descriptorPath(fd);
     if (!real || isPersistenceLocation(appendingPathComponent(*real, name), "")) return fail();
 
-    const std::string source(staging);
+    struct stat source{};
+    if (!statNoFollow(sourceFD, sourceName.c_str(), source)) return fail();
+    auto moveSource = [&] { return ::renameat(sourceFD, sourceName.c_str(), fd, name.c_str()) == 0; };
     struct stat there{};
     if (!statNoFollow(fd, name.c_str(), there)) {
-        if (errno != ENOENT) return fail();
-        if (::renameat(AT_FDCWD, source.c_str(), fd, name.c_str()) != 0) return fail();
+        if (errno != ENOENT || !moveSource()) return fail();
     } else if (!S_ISLNK(there.st_mode)) {
         return fail();  // a real file or folder is never replaced
-    } else {
-        struct stat st{};
-        if (::stat(source.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-            // rename cannot put a folder over a link, so the link steps aside first.
-            const std::string temporary = ".ov-reinstate-" + std::to_string(::getpid()) + name;
-            if (::renameat(fd, name.c_str(), fd, temporary.c_str()) != 0) return fail();
-            if (::renameat(AT_FDCWD, source.c_str(), fd, name.c_str()) != 0) {
-                (void)::renameat(fd, temporary.c_str(), fd, name.c_str());
-                return fail();
-            }
-            (void)::unlinkat(fd, temporary.c_str(), 0);
-        } else if (::renameat(AT_FDCWD, source.c_str(), fd, name.c_str()) != 0) {
+    } else if (S_ISDIR(source.st_mode)) {
+        // rename cannot put a folder over a link, so the link steps aside first.
+        const std::string temporary = ".ov-reinstate-" + std::to_string(::getpid()) + name;
+        if (::renameat(fd, name.c_str(), fd, temporary.c_str()) != 0) return fail();
+        if (!moveSource()) {
+            (void)::renameat(fd, temporary.c_str(), fd, name.c_str());
             return fail();
         }
+        (void)::unlinkat(fd, temporary.c_str(), 0);
+    } else if (!moveSource()) {
+        return fail();
     }
     // The item has arrived; an owner change that partly failed does not undo that.
     (void)chownEntryNoFollow(fd, name, uid, gid);
     ::close(fd);
+    ::close(sourceFD);
     return true;
 }
 

@@ -34,8 +34,9 @@ bool removeDirNoFollow(int parentFD, const std::string& name, int depth);
 // Creates a symlink at `at` pointing to `to`, never replacing anything.
 bool symlinkNoFollow(std::string_view at, std::string_view to);
 
-// Moves `staging` to `destination`, replacing at most a symlink, and gives it to uid:gid. Refuses
-// a destination whose real folder is a persistence location.
+// Moves `staging` to `destination`, replacing at most a symlink, and gives it to uid:gid. Both
+// parents are reached without following links, and a link as `staging` itself moves as a link.
+// Refuses a destination whose real folder is a persistence location.
 bool moveIntoPlaceNoFollow(std::string_view staging, std::string_view destination, uid_t uid, gid_t gid);
 
 // Renames a regular file within one of `folders` (exactly), never overwriting.

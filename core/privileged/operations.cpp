@@ -128,6 +128,11 @@ void run(const op::PrivilegedScan& c, const OperationContext& context) {
     const std::string parent = deletingLastPathComponent(c.outPath);
     const std::string name = lastPathComponent(c.outPath);
     int parentFD = openDirectoryChainNoFollow(parent);
+    // As the primitives do: the kernel's own path for the folder must be the one validated.
+    if (parentFD >= 0 && !fdIsDirectory(parentFD, parent)) {
+        ::close(parentFD);
+        parentFD = -1;
+    }
     if (parentFD < 0) fail(kDumpErrorCode, "scan dump parent " + parent + " is not a real directory chain");
     // Always a new file, and nothing planted at the name can be written through.
     int fd = ::openat(parentFD, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);

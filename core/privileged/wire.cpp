@@ -1,10 +1,13 @@
 #include "core/privileged/wire.hpp"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #ifndef MSG_NOSIGNAL
@@ -14,10 +17,24 @@
 namespace orvane::wire {
 namespace {
 
-bool readExactly(int fd, char* into, std::size_t count) {
+// Waits until the socket is ready for `events`; false once the deadline has passed.
+bool ready(int fd, short events, const Deadline& deadline) {
+    if (!deadline) return true;
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd one{fd, events, 0};
+        const int n = ::poll(&one, 1, static_cast<int>(std::min<std::int64_t>(left.count(), INT_MAX)));
+        if (n > 0) return true;  // readiness, hang-up or error: the call that follows tells which
+        if (n < 0 && errno != EINTR) return false;
+    }
+}
+
+bool readExactly(int fd, char* into, std::size_t count, const Deadline& deadline) {
     while (count > 0) {
-        ssize_t n = ::recv(fd, into, count, 0);
-        if (n < 0 && errno == EINTR) continue;
+        if (!ready(fd, POLLIN, deadline)) return false;
+        ssize_t n = ::recv(fd, into, count, deadline ? MSG_DONTWAIT : 0);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
         if (n <= 0) return false;
         into += n;
         count -= static_cast<std::size_t>(n);
@@ -25,10 +42,14 @@ bool readExactly(int fd, char* into, std::size_t count) {
     return true;
 }
 
-bool writeAll(int fd, const char* data, std::size_t count) {
+bool writeAll(int fd, const char* data, std::size_t count, const Deadline& deadline) {
+    // Without a deadline a blocking send may wait for a peer that never reads; with one, each
+    // send takes only what fits now, so the wait happens in poll, where the clock is watched.
+    const int flags = MSG_NOSIGNAL | (deadline ? MSG_DONTWAIT : 0);
     while (count > 0) {
-        ssize_t n = ::send(fd, data, count, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) continue;
+        if (!ready(fd, POLLOUT, deadline)) return false;
+        ssize_t n = ::send(fd, data, count, flags);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
         if (n <= 0) return false;
         data += n;
         count -= static_cast<std::size_t>(n);
@@ -38,18 +59,18 @@ bool writeAll(int fd, const char* data, std::size_t count) {
 
 }  // namespace
 
-std::optional<std::string> readFrame(int fd, std::uint32_t maxBytes) {
+std::optional<std::string> readFrame(int fd, std::uint32_t maxBytes, Deadline deadline) {
     unsigned char header[4];
-    if (!readExactly(fd, reinterpret_cast<char*>(header), 4)) return std::nullopt;
+    if (!readExactly(fd, reinterpret_cast<char*>(header), 4, deadline)) return std::nullopt;
     const std::uint32_t length = (std::uint32_t{header[0]} << 24) | (std::uint32_t{header[1]} << 16) |
                                  (std::uint32_t{header[2]} << 8) | std::uint32_t{header[3]};
     if (length > maxBytes) return std::nullopt;
     std::string payload(length, '\0');
-    if (length > 0 && !readExactly(fd, payload.data(), length)) return std::nullopt;
+    if (length > 0 && !readExactly(fd, payload.data(), length, deadline)) return std::nullopt;
     return payload;
 }
 
-bool writeFrame(int fd, std::string_view payload) {
+bool writeFrame(int fd, std::string_view payload, Deadline deadline) {
     if (payload.size() > kMaxFrame) return false;
     const auto length = static_cast<std::uint32_t>(payload.size());
     std::string frame;
@@ -59,7 +80,7 @@ bool writeFrame(int fd, std::string_view payload) {
     frame += static_cast<char>((length >> 8) & 0xFF);
     frame += static_cast<char>(length & 0xFF);
     frame += payload;
-    return writeAll(fd, frame.data(), frame.size());
+    return writeAll(fd, frame.data(), frame.size(), deadline);
 }
 
 std::string encodeReply(const std::optional<std::string>& reply) {

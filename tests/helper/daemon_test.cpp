@@ -1,6 +1,7 @@
 // The daemon as it runs: a real process on a real socket, real clients, real callers.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,16 +9,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/privileged/wire.hpp"
+#include "helper/listener.hpp"
 
 namespace {
 
@@ -267,6 +272,156 @@ TEST_F(DaemonTest, NoDescriptorIsLeftOpenAfterThousandsOfRequests) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     EXPECT_EQ(after, before);
+}
+
+int connectTo(const std::string& socketPath) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, socketPath.c_str());
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Whether a client running as `uid` is answered "6" to a version request.
+bool answeredAs(uid_t uid, const std::string& socketPath) {
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(126);
+        orvane::wire::HelperConnection connection(socketPath);
+        auto reply = connection.ask(orvane::wire::kVersion);
+        auto* text = std::get_if<std::optional<std::string>>(&reply);
+        ::_exit(text && *text == "6" ? 0 : 1);
+    }
+    int raw = 0;
+    ::waitpid(pid, &raw, 0);
+    return WIFEXITED(raw) && WEXITSTATUS(raw) == 0;
+}
+
+TEST_F(DaemonTest, OneUserCannotTakeEveryPlace) {
+    Daemon daemon(dir_, "caps", {ORVANE_BINARY, selfPath()});
+    int counted[2], letGo[2];
+    ASSERT_EQ(::pipe(counted), 0);
+    ASSERT_EQ(::pipe(letGo), 0);
+    // "nobody" opens 300 connections and sends nothing on them.
+    pid_t holder = ::fork();
+    if (holder == 0) {
+        // Its own ends closed, so that it also leaves when the test is gone.
+        ::close(counted[0]);
+        ::close(letGo[1]);
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(126);
+        std::vector<pollfd> fds;
+        for (int i = 0; i < 300; ++i) fds.push_back({connectTo(daemon.socket()), POLLIN, 0});
+        // The daemon closes those over the cap at once; wait until it is done with them.
+        int held = 300;
+        for (int round = 0; round < 100; ++round) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            ::poll(fds.data(), fds.size(), 0);
+            held = static_cast<int>(std::count_if(fds.begin(), fds.end(), [](const pollfd& p) { return p.fd >= 0 && p.revents == 0; }));
+            if (held <= orvane::helper::kMaxConnectionsPerUser && round >= 4) break;
+        }
+        (void)!::write(counted[1], &held, sizeof held);
+        char byte;
+        (void)!::read(letGo[0], &byte, 1);
+        ::_exit(0);
+    }
+    int held = -1;
+    ASSERT_EQ(::read(counted[0], &held, sizeof held), static_cast<ssize_t>(sizeof held));
+    EXPECT_EQ(held, 16);
+    EXPECT_FALSE(answeredAs(65534, daemon.socket()));  // the 301st gets nothing either
+    EXPECT_TRUE(answeredAs(4242, daemon.socket()));
+    // Root is never refused for the cap.
+    std::vector<std::unique_ptr<orvane::wire::HelperConnection>> mine;
+    for (int i = 0; i < 20; ++i) {
+        mine.push_back(std::make_unique<orvane::wire::HelperConnection>(daemon.socket()));
+        EXPECT_EQ(mine.back()->ask(orvane::wire::kVersion), Exchange(std::optional<std::string>("6"))) << i;
+    }
+    (void)!::write(letGo[1], "x", 1);
+    ::waitpid(holder, nullptr, 0);
+    for (int fd : {counted[0], counted[1], letGo[0], letGo[1]}) ::close(fd);
+    // Its places are given back as its connections end.
+    bool again = false;
+    for (int i = 0; i < 40 && !again; ++i) {
+        again = answeredAs(65534, daemon.socket());
+        if (!again) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_TRUE(again);
+}
+
+// However a peer stalls, its connection ends once a request or a reply has taken longer than the
+// frame timeout; the time an operation runs is not counted against it.
+TEST_F(DaemonTest, AStalledConnectionIsClosedAfterTheFrameTimeout) {
+    using namespace std::chrono_literals;
+    namespace wire = orvane::wire;
+    auto client = orvane::helper::allowedClient(selfPath());
+    ASSERT_TRUE(client.client) << client.problem;
+    const std::vector<orvane::helper::AllowedClient> allowed = {*client.client};
+    orvane::helper::HelperSettings settings;
+    settings.logPath = dir_ + "/stall.log";
+    settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(dir_); };
+    settings.frameTimeout = 300ms;
+    settings.operations.runSplit = [](const std::string& tool, const std::vector<std::string>&, double, bool,
+                                      orvane::ToolErrors) -> orvane::ToolResult {
+        if (tool == "/usr/sbin/purge") throw orvane::OVError(std::string(512 * 1024, 'e'));  // more than a socket holds
+        std::this_thread::sleep_for(600ms);
+        return {{}, {}, false, 0};
+    };
+    auto replyText = [](int fd) {
+        auto frame = wire::readFrame(fd);
+        return frame ? *frame : std::string("closed");
+    };
+    struct Case {
+        const char* peer;
+        std::function<std::string(int)> behave;  // what it was told
+        std::string told;
+        std::chrono::milliseconds atLeast, below;
+    } cases[] = {
+        {"sends nothing", [](int) { return std::string(); }, "", 300ms, 1500ms},
+        {"trickles its frame, a byte at a time",
+         [](int fd) {
+             const std::string frame = std::string("\0\0\0\x0A", 4) + "Vxxxxxxxxx";
+             for (char byte : frame) {
+                 if (::send(fd, &byte, 1, MSG_NOSIGNAL) != 1) break;
+                 std::this_thread::sleep_for(200ms);
+             }
+             return std::string();
+         },
+         "", 300ms, 2000ms},
+        {"never reads its reply",
+         [](int fd) {
+             wire::writeFrame(fd, R"(P{"purgeInactiveMemory":{}})");
+             return std::string();
+         },
+         "", 300ms, 1500ms},
+        {"waits while an operation runs",
+         [&](int fd) {
+             wire::writeFrame(fd, R"(P{"thinSnapshots":{}})");
+             std::string told = replyText(fd);
+             wire::writeFrame(fd, "V");
+             told += "|" + replyText(fd);
+             return told + "|" + replyText(fd);
+         },
+         "0|16|closed", 900ms, 3000ms},
+    };
+    for (const auto& c : cases) {
+        int ends[2];
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        const auto started = std::chrono::steady_clock::now();
+        auto served = std::async(std::launch::async, [&] {
+            orvane::helper::serveConnection(ends[0], allowed, settings);
+            return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+        });
+        EXPECT_EQ(c.behave(ends[1]), c.told) << c.peer;
+        const bool ended = served.wait_for(5s) == std::future_status::ready;
+        ::close(ends[1]);  // lets a daemon that kept waiting go, so the test can end
+        const auto took = served.get();
+        EXPECT_TRUE(ended) << c.peer;
+        EXPECT_GE(took, c.atLeast) << c.peer;
+        EXPECT_LT(took, c.below) << c.peer;
+    }
 }
 
 }  // namespace

@@ -7,9 +7,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <regex>
 
 #include "core/common/json_files.hpp"
+#include "core/privileged/wire.hpp"
 #include "core/scan/tool_runner.hpp"
 #include "helper/helper_log.hpp"
 
@@ -144,6 +146,59 @@ TEST_F(Road, TheLogIsRepairedAndNeverFailsAReply) {
     fs::create_symlink(target, root_ + "/linked.log");
     appendLogRecord(root_ + "/linked.log", "nope");
     EXPECT_EQ(readFile(target), "");
+}
+
+TEST_F(Road, EachRecordStaysOneLineWhateverThePathHolds) {
+    auto h = helper(static_cast<std::uint32_t>(getuid()));
+    const std::string forged = "[2026-01-01T00:00:00Z] OK removePath(\"/etc\")";
+    struct Case {
+        std::string separator, escaped;
+    } cases[] = {
+        {"\n", "\\n"},
+        {"\r", "\\r"},
+        {"\xE2\x80\xA8", "\\xE2\\x80\\xA8"},  // a line separator to some readers
+    };
+    std::vector<std::string> expected;
+    for (const auto& c : cases) {
+        // A folder that is not there: validation lets it through and the removal fails.
+        const std::string path = root_ + "/gone" + c.separator + forged;
+        ASSERT_EQ(h.perform(R"({"removePath":{"_0":)" + nlohmann::json(path).dump() + "}}"),
+                  "operationFailed: remove of " + path + " failed or was redirected");
+        expected.push_back("FAILED removePath(\"" + root_ + "/gone" + c.escaped +
+                           "[2026-01-01T00:00:00Z] OK removePath(\\\"/etc\\\")\"): remove of " + root_ + "/gone" +
+                           c.escaped + forged + " failed or was redirected");
+    }
+    EXPECT_EQ(records(), expected);
+}
+
+TEST_F(Road, AFailureTooLongForAFrameIsToldInASentence) {
+    const std::size_t room = wire::kMaxReplyText - PrivilegedHelper::failurePrefix.size();
+    const auto tooLong = [](std::size_t n) {
+        return "the failure text was too long to send (" + std::to_string(n) + " bytes)";
+    };
+    struct Case {
+        std::size_t length;
+        std::string told;
+    } cases[] = {
+        {room, std::string(room, 'e')},
+        {room + 1, tooLong(room + 1)},
+        {8u << 20, tooLong(8u << 20)},
+    };
+    for (const auto& c : cases) {
+        HelperSettings settings;
+        settings.logPath = log_;
+        settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(root_); };
+        settings.operations.runSplit = [&](const std::string&, const std::vector<std::string>&, double, bool,
+                                           ToolErrors) -> ToolResult { throw OVError(std::string(c.length, 'e')); };
+        fs::remove(log_);
+        auto reply = Helper(static_cast<std::uint32_t>(getuid()), settings).perform(R"({"thinSnapshots":{}})");
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(*reply, "operationFailed: " + c.told) << c.length;
+        EXPECT_LE(wire::encodeReply(reply).size(), wire::kMaxFrame);
+        // The log says what the caller was told, in one record.
+        const std::string log = readFile(log_).value_or("");
+        EXPECT_EQ(log.substr(log.find("] ") + 2), "FAILED thinSnapshots: " + c.told + "\n") << c.length;
+    }
 }
 
 }  // namespace

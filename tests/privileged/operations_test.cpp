@@ -1,13 +1,18 @@
 // The operation bodies with the tools replaced: what they run, and the exact failure texts.
 #include "core/privileged/operations.hpp"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <sys/stat.h>
-
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <thread>
 
 #include "tests/support/temp_dir.hpp"
 
@@ -195,6 +200,92 @@ TEST(Operations, FileBodiesAndTheirTexts) {
               "move-aside to " + root + "/occupied failed");
     EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/aside", getuid()}, c), "");
     EXPECT_TRUE(fs::exists(root + "/aside"));
+}
+
+// While the bodies run over and over, another thread keeps exchanging a folder on their way with
+// a link to a decoy, on the source side and on the destination side. Whatever the interleaving,
+// nothing in the decoy is removed, replaced or moved, and nothing arrives in it.
+TEST(Operations, RacingSymlinkSwapsNeverReachTheDecoy) {
+    const orvane::testing::TempDir temp;
+    const std::string& root = temp.path();
+    const std::string flip = root + "/flip", decoy = root + "/decoy", steady = root + "/steady";
+    fs::create_directories(flip);
+    fs::create_directories(decoy);
+    fs::create_directories(steady);
+    fs::create_directory_symlink(decoy, root + "/other");
+    std::ofstream(decoy + "/item") << "precious";
+    struct stat original{};
+    ASSERT_EQ(::lstat((decoy + "/item").c_str(), &original), 0);
+    // The real folder, wherever its name is at the moment.
+    const int realFD = ::open(flip.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int steadyFD = ::open(steady.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(realFD, 0);
+    ASSERT_GE(steadyFD, 0);
+    if (::renameat2(AT_FDCWD, flip.c_str(), AT_FDCWD, (root + "/other").c_str(), RENAME_EXCHANGE) != 0)
+        GTEST_SKIP() << "this file system cannot exchange two names (renameat2 RENAME_EXCHANGE)";
+
+    auto freshFile = [](int dirFD, const char* name) {
+        struct stat st{};
+        if (::fstatat(dirFD, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)) return;
+        (void)::unlinkat(dirFD, name, 0);
+        ::close(::openat(dirFD, name, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    };
+    auto decoyUntouched = [&] {
+        std::map<std::string, ino_t> found;
+        DIR* dir = ::opendir(decoy.c_str());
+        while (const dirent* entry = dir ? ::readdir(dir) : nullptr)
+            if (std::string_view(entry->d_name) != "." && std::string_view(entry->d_name) != "..")
+                found[entry->d_name] = entry->d_ino;
+        if (dir) ::closedir(dir);
+        struct stat now{};
+        return found == std::map<std::string, ino_t>{{"item", original.st_ino}} &&
+               ::lstat((decoy + "/item").c_str(), &now) == 0 && S_ISREG(now.st_mode) &&
+               now.st_size == original.st_size;
+    };
+
+    const std::uint32_t me = getuid();
+    struct Case {
+        const char* side;
+        PrivilegedOperation operation;
+    } cases[] = {
+        {"removePath", op::RemovePath{flip + "/item"}},
+        {"moveAside source", op::MoveAside{flip + "/item", steady + "/arrived", me}},
+        {"moveAside destination", op::MoveAside{steady + "/item", flip + "/arrived", me}},
+        {"restoreFromStaging source", op::RestoreFromStaging{flip + "/item", steady + "/arrived"}},
+        {"restoreFromStaging destination", op::RestoreFromStaging{steady + "/item", flip + "/arrived"}},
+        {"swapToSymlink", op::SwapToSymlink{flip + "/item", steady}},
+    };
+    std::atomic<bool> stop{false};
+    std::thread swapper([&] {
+        while (!stop) (void)::renameat2(AT_FDCWD, flip.c_str(), AT_FDCWD, (root + "/other").c_str(), RENAME_EXCHANGE);
+    });
+    OperationContext context;
+    context.callerUID = me;
+    for (const auto& c : cases) {
+        int done = 0, refused = 0, escapes = 0;
+        for (int i = 0; i < 10'000; ++i) {
+            freshFile(realFD, "item");
+            freshFile(steadyFD, "item");
+            (void)::unlinkat(realFD, "arrived", 0);
+            (void)::unlinkat(steadyFD, "arrived", 0);
+            (failureOf(c.operation, context).empty() ? done : refused) += 1;
+            if (!decoyUntouched()) {
+                ++escapes;
+                fs::remove_all(decoy);  // put the decoy back for the next round
+                fs::create_directories(decoy);
+                std::ofstream(decoy + "/item") << "precious";
+                (void)::lstat((decoy + "/item").c_str(), &original);
+            }
+        }
+        EXPECT_EQ(escapes, 0) << c.side;
+        // Both outcomes happened, or the race was not run at all.
+        EXPECT_GT(done, 0) << c.side;
+        EXPECT_GT(refused, 0) << c.side;
+    }
+    stop = true;
+    swapper.join();
+    ::close(realFD);
+    ::close(steadyFD);
 }
 
 TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {

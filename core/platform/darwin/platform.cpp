@@ -76,6 +76,13 @@ std::optional<SocketPeer> socketPeer(int socketFD) {
                       static_cast<std::uint64_t>(exe.st_ino), path};
 }
 
+std::optional<std::uint32_t> socketPeerUID(int socketFD) {
+    struct xucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(socketFD, SOL_LOCAL, LOCAL_PEERCRED, &credentials, &length) != 0) return std::nullopt;
+    return credentials.cr_uid;
+}
+
 std::vector<BrowsableVolume> browsableVolumes() {
     struct statfs* mounts = nullptr;
     int count = ::getmntinfo(&mounts, MNT_NOWAIT);

@@ -116,6 +116,13 @@ std::optional<SocketPeer> socketPeer(int socketFD) {
     return peer;
 }
 
+std::optional<std::uint32_t> socketPeerUID(int socketFD) {
+    struct ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(socketFD, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return std::nullopt;
+    return credentials.uid;
+}
+
 std::vector<BrowsableVolume> browsableVolumes() {
     std::ifstream in("/proc/self/mountinfo");
     std::stringstream text;
