@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <iostream>
 #include <thread>
 
 #include "core/platform/platform.hpp"
@@ -22,7 +24,9 @@ class ConnectionSlots {
 public:
     bool take(std::uint32_t uid) {
         const std::lock_guard lock(mutex_);
-        if (total_ >= kMaxConnections) return false;
+        // Root is never turned away: no user can fill the places so that the administrator
+        // cannot get in.
+        if (uid != 0 && total_ >= kMaxConnections) return false;
         const auto held = perUser_.find(uid);
         if (uid != 0 && held != perUser_.end() && held->second >= kMaxConnectionsPerUser) return false;
         ++perUser_[uid];
@@ -98,6 +102,11 @@ void serve(int listeningFD, const std::vector<AllowedClient>& allowed, const Hel
     for (;;) {
         int connection = ::accept4(listeningFD, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0) {
+            // A socket that can no longer accept would only spin; the service manager starts anew.
+            if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK) {
+                std::cerr << "orvane-helper: the listening socket failed: " << std::strerror(errno) << '\n';
+                std::exit(1);
+            }
             if (errno == EMFILE || errno == ENFILE) std::this_thread::sleep_for(std::chrono::milliseconds(50));
             continue;
         }

@@ -81,6 +81,9 @@ int openDirectoryChainNoFollow(std::string_view path) {
 bool fdIsDirectory(int fd, std::string_view path) {
     auto real = platform::descriptorPath(fd);
     if (!real) return false;
+    // Composed and decomposed spellings are one name only where the file system says so; on a
+    // disk where names are bytes they are two folders, and one must not pass for the other.
+    if (!platform::namesAreNormalized()) return canonicalPathForComparison(*real) == canonicalPathForComparison(path);
     return nfc(canonicalPathForComparison(*real)) == nfc(canonicalPathForComparison(path));
 }
 

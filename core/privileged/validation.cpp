@@ -302,13 +302,10 @@ std::optional<Refusal> validateCase(const op::PrivilegedScan& c, const std::stri
     auto root = disk.lstat(c.root);
     if (!root || !root->isDirectory()) return Refusal::sourceMissing;
     if (pathTraversesSymlink(c.root, disk)) return Refusal::pathTraversesSymlink;
-    // A scan as root names what an ordinary user may not see, and a folder swapped for a link
-    // while it runs would name it anywhere: outside the home, only for an administrator.
-    if (restrictedCaller(uid, disk) && !disk.isAdministrator(*uid)) {
-        const std::string scanned = reduced(c.root, disk);
-        const std::string homePlace = reduced(home, disk);
-        if (scanned != homePlace && !startsWithDir(scanned, homePlace)) return Refusal::pathNotAllowed;
-    }
+    // A scan as root names what an ordinary user may not see, and a folder on the way swapped for a
+    // link while it runs would let it name it anywhere, the caller's own home included: only an
+    // administrator, who may read it all anyway, is scanned for.
+    if (restrictedCaller(uid, disk) && !disk.isAdministrator(*uid)) return Refusal::pathNotAllowed;
     if (persistent(c.outPath, home, disk)) return Refusal::pathNotAllowed;
     if (!inCallerDomain(c.outPath, home, uid, disk)) return Refusal::pathNotAllowed;
     if (existsAt(c.outPath, disk) || isSymlinkPath(c.outPath, disk)) return Refusal::destinationOccupied;

@@ -314,7 +314,7 @@ TEST(Validate, LinuxAdditions) {
         {op::RestoreFromStaging{"/etc/shadow", "/home/u/new"}, user, R::pathNotAllowed},
         {op::RestoreFromStaging{"/home/u/file", "/home/u/new"}, user, std::nullopt},
         {op::PrivilegedScan{"folder", "/root", "", "/home/u/dump.json"}, user, R::pathNotAllowed},
-        {op::PrivilegedScan{"folder", "/home/u", "", "/home/u/dump.json"}, user, std::nullopt},
+        {op::PrivilegedScan{"folder", "/home/u", "", "/home/u/dump.json"}, user, R::pathNotAllowed},
         // An administrator: root's items only under the clean-up roots and on removable drives.
         {op::RemovePath{"/var/cache/app/blob"}, admin, std::nullopt},
         {op::RemovePath{"/tmp/rootfile"}, admin, std::nullopt},
