@@ -2,6 +2,7 @@
 #include "core/safety/protection.hpp"
 
 #include <algorithm>
+#include <climits>
 #include <map>
 #include <mutex>
 
@@ -162,9 +163,12 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
     auto entries = doc.find("entries");
     if (version == doc.end() || !version->is_number_integer() || entries == doc.end() || !entries->is_array())
         return std::nullopt;
+    // A version beyond the integer's range is no older list cut short: it is from a later release
+    // too, and a newer release's list is left unread.
+    auto wholeVersion = jsonWholeNumber(*version);
+    if (!wholeVersion || *wholeVersion > currentVersion || *wholeVersion < INT_MIN) return std::nullopt;
     ProtectList list;
-    list.version = version->get<int>();
-    if (list.version > currentVersion) return std::nullopt;  // a newer release's list is left unread
+    list.version = static_cast<int>(*wholeVersion);
     for (const auto& e : *entries) {
         if (!e.is_object()) return std::nullopt;
         for (const char* key : {"kind", "value", "label", "appFolders", "added"})
@@ -174,8 +178,9 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
             return std::nullopt;
         auto kind = protectEntryKindFromRawValue(e["kind"].get<std::string>());
         if (!kind) return std::nullopt;
-        ProtectEntry entry{*kind, e["value"].get<std::string>(), e["label"].get<std::string>(), {},
-                           dateFromReferenceSeconds(e["added"].get<double>())};
+        auto added = dateFromReferenceSeconds(e["added"].get<double>());
+        if (!added) return std::nullopt;
+        ProtectEntry entry{*kind, e["value"].get<std::string>(), e["label"].get<std::string>(), {}, *added};
         for (const auto& folder : e["appFolders"]) {
             if (!folder.is_string()) return std::nullopt;
             entry.appFolders.push_back(folder.get<std::string>());
