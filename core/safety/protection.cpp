@@ -190,6 +190,23 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
     return list;
 }
 
+std::string StoredProtectList::unreadableRefusal() const {
+    return "Velloran Orvane cannot read your protection list at " + path +
+           ", so it refuses to clear anything until the list is readable.";
+}
+
+StoredProtectList loadProtectList(const std::string& path) {
+    const std::string shown = "The protection list at " + path;
+    auto read = readFile(path, kProtectListMaxBytes);
+    if (!read.bytes) {
+        if (read.failure == ReadFailure::missing) return {path, ProtectList{}, {}};
+        return {path, std::nullopt, shown + " " + std::string(readFailureClause(read.failure)) + "; it is left as it is."};
+    }
+    auto list = ProtectList::decode(*read.bytes);
+    if (!list) return {path, std::nullopt, shown + " is damaged or from a newer release; it is left as it is."};
+    return {path, std::move(*list), {}};
+}
+
 std::string ProtectList::encoded() const {
     nlohmann::json doc;  // a plain json object keeps its keys sorted
     doc["version"] = version;
@@ -345,6 +362,13 @@ std::optional<std::string> protectionRefusal(std::string_view path, const Protec
     auto inside = userProtectedInside(path, list, hidden);
     if (!inside.empty()) return "Kept because you protected " + lastPathComponent(inside.front()) + " inside it.";
     return std::nullopt;
+}
+
+std::optional<std::string> protectionRefusal(std::string_view path, const StoredProtectList& stored,
+                                             const std::set<std::string>& hidden,
+                                             const std::vector<RunningApp>& running, const std::string& home) {
+    if (!stored.list) return stored.unreadableRefusal();
+    return protectionRefusal(path, *stored.list, hidden, running, home);
 }
 
 bool contentsClearMayRemove(std::string_view child, const ProtectList& list, const std::set<std::string>& hidden,
