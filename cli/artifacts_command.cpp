@@ -7,7 +7,7 @@
 
 #include "cli/context.hpp"
 #include "core/cleanup/artifact_finder.hpp"
-#include "core/common/checked.hpp"
+#include "core/common/byte_counts.hpp"
 #include "core/common/format.hpp"
 #include "core/platform/platform.hpp"
 
@@ -103,7 +103,7 @@ int runArtifacts(const ArtifactsOptions& options) {
         if (!row.offered) continue;
         ++offeredCount;
         if (row.bytes < 0) ++offeredUnknown;
-        else offeredBytes = checkedAdd(offeredBytes, row.bytes);
+        else offeredBytes = addBytesOrUnknown(offeredBytes, row.bytes);
     }
 
     if (options.json) {
@@ -127,33 +127,33 @@ int runArtifacts(const ArtifactsOptions& options) {
         out["foldersVisited"] = walk.foldersVisited;
         out["artifacts"] = std::move(list);
         out["offeredCount"] = offeredCount;
-        out["offeredBytes"] = offeredBytes;
-        out["offeredSize"] = fmtBytes(offeredBytes);
+        out["offeredBytes"] = offeredBytes < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(offeredBytes);
+        out["offeredSize"] = offeredBytes < 0 ? std::string("unknown") : fmtBytes(offeredBytes);
         out["offeredOfUnknownSize"] = offeredUnknown;
         printJSON(out);
         return kDone;
     }
 
     if (rows.empty()) {
-        std::cout << "No rebuildable folders under " << root << ".\n";
+        printLine("No rebuildable folders under " + root + ".");
     } else {
-        std::cout << "Rebuildable folders under " << root << ", largest first:\n";
+        printLine("Rebuildable folders under " + root + ", largest first:");
         for (const auto& row : rows) {
-            std::cout << '\n'
-                      << (row.bytes < 0 ? std::string("unknown size") : fmtBytes(row.bytes)) << "  "
-                      << row.finding.path << '\n'
-                      << "  " << row.finding.rule.what << "; brought back by " << row.finding.rule.rebuild << ".\n"
-                      << "  May be offered: " << offerText(row.git) << ".\n";
+            printLine("");
+            printLine((row.bytes < 0 ? std::string("unknown size") : fmtBytes(row.bytes)) + "  " + row.finding.path);
+            printLine("  " + row.finding.rule.what + "; brought back by " + row.finding.rule.rebuild + ".");
+            printLine("  May be offered: " + offerText(row.git) + ".");
         }
-        std::cout << '\n';
+        printLine("");
     }
     if (!walk.complete)
-        std::cout << "The walk stopped at its limit after " << walk.foldersVisited
-                  << " folders, so there may be more than these.\n";
-    std::cout << "May be offered: " << offeredCount << " of " << rows.size()
-              << (rows.size() == 1 ? " folder, " : " folders, ") << fmtBytes(offeredBytes) << " in all";
-    if (offeredUnknown > 0) std::cout << " (" << offeredUnknown << " of unknown size not counted)";
-    std::cout << ".\n";
+        printLine("The walk stopped at its limit after " + std::to_string(walk.foldersVisited) +
+                  " folders, so there may be more than these.");
+    std::string total = "May be offered: " + std::to_string(offeredCount) + " of " + std::to_string(rows.size()) +
+                        (rows.size() == 1 ? " folder, " : " folders, ") +
+                        (offeredBytes < 0 ? std::string("unknown") : fmtBytes(offeredBytes)) + " in all";
+    if (offeredUnknown > 0) total += " (" + std::to_string(offeredUnknown) + " of unknown size not counted)";
+    printLine(total + ".");
     return kDone;
 }
 

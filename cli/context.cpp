@@ -7,6 +7,7 @@
 
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
+#include "core/common/text.hpp"
 
 namespace orvane::cli {
 
@@ -21,26 +22,28 @@ void printJSON(const nlohmann::ordered_json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
-void printError(const std::string& sentence) { std::cerr << "orvane: " << sentence << '\n'; }
+void printLine(std::string_view line) { std::cout << escapeControlCharacters(line) << '\n'; }
+
+void printError(const std::string& sentence) { std::cerr << "orvane: " << escapeControlCharacters(sentence) << '\n'; }
 
 Input readInput(const std::string& fileOrDash, std::size_t limitBytes) {
+    const std::string tooLarge =
+        "The input is larger than " + std::to_string(limitBytes / (1024 * 1024)) + " MiB, more than any plan needs.";
     std::string text;
     if (fileOrDash == "-") {
         char buffer[65536];
         std::size_t n;
         while ((n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0) {
             text.append(buffer, n);
-            if (text.size() > limitBytes) break;
+            if (text.size() > limitBytes) return {std::nullopt, tooLarge};
         }
-    } else {
-        auto content = readFile(fileOrDash);
-        if (!content) return {std::nullopt, "Cannot read " + fileOrDash + "."};
-        text = std::move(*content);
+        return {std::move(text), {}};
     }
-    if (text.size() > limitBytes)
-        return {std::nullopt, "The input is larger than " + std::to_string(limitBytes / (1024 * 1024)) +
-                                  " MiB, more than any plan needs."};
-    return {std::move(text), {}};
+    // Never waits on a FIFO or a device, and never reads past the limit.
+    auto read = readFile(fileOrDash, limitBytes);
+    if (read.bytes) return {std::move(read.bytes), {}};
+    if (read.failure == ReadFailure::tooLarge) return {std::nullopt, tooLarge};
+    return {std::nullopt, "Cannot read " + fileOrDash + ": it " + std::string(readFailureClause(read.failure)) + "."};
 }
 
 }  // namespace orvane::cli

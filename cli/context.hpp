@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "core/safety/protection.hpp"
 
@@ -23,10 +24,15 @@ struct Context {
     int exitCode = kDone;   // set by the command that ran
 };
 
-// Prints `document` on stdout as indented JSON, one document per run.
+// Prints `document` on stdout as indented JSON, one document per run. Names stay exact: JSON's
+// own escaping is all they need.
 void printJSON(const nlohmann::ordered_json& document);
 
-// One sentence on stderr, prefixed with the program's name.
+// One line of readable output on stdout. Control characters are escaped here, the one place, so
+// that no name can move the cursor or forge a line of its own.
+void printLine(std::string_view line);
+
+// One sentence on stderr, prefixed with the program's name, escaped as printLine escapes.
 void printError(const std::string& sentence);
 
 // The contents of FILE, or of standard input for "-"; an error sentence when it cannot be read.
@@ -37,13 +43,9 @@ struct Input {
 Input readInput(const std::string& fileOrDash, std::size_t limitBytes);
 
 // The user's protection list, from the ledger folder. A missing file is an empty list; a list that
-// does not decode is reported (and must never be overwritten on that ground).
-struct LoadedProtectList {
-    std::optional<ProtectList> list;
-    std::string error;
-};
+// cannot be used is reported, protects everything, and is never overwritten.
 std::string protectListPath();
-LoadedProtectList loadProtectList();
+StoredProtectList loadProtectList();
 
 void addPlanCommands(CLI::App& app, Context& context);
 void addScanCommand(CLI::App& app, Context& context);

@@ -35,7 +35,7 @@ int runDu(const DuOptions& options) {
         allMeasured = allMeasured && bytes >= 0;
         const std::string size = bytes < 0 ? "unknown" : fmtBytes(bytes);
         if (options.json) rows.push_back({{"path", path}, {"bytes", bytes}, {"size", size}});
-        else std::cout << path << ": " << size << '\n';
+        else printLine(path + ": " + size);
     }
     if (options.json) {
         nlohmann::ordered_json out;
@@ -44,8 +44,9 @@ int runDu(const DuOptions& options) {
         out["allMeasured"] = allMeasured;
         printJSON(out);
     } else if (!batch.denied.empty()) {
-        std::cout << "\nNot counted: du was not allowed to read these folders, so the sizes above leave them out.\n";
-        for (const auto& folder : batch.denied) std::cout << "  " << folder << '\n';
+        printLine("");
+        printLine("Not counted: du was not allowed to read these folders, so the sizes above leave them out.");
+        for (const auto& folder : batch.denied) printLine("  " + folder);
     }
     return allMeasured ? kDone : kRefused;
 }

@@ -1,6 +1,4 @@
 // orvane helper: talk to the privileged daemon directly.
-#include <iostream>
-
 #include "cli/context.hpp"
 #include "core/privileged/protocol.hpp"
 #include "core/privileged/wire.hpp"
@@ -22,7 +20,7 @@ int report(const wire::Exchange& exchange) {
     }
     const auto& reply = std::get<std::optional<std::string>>(exchange);
     if (!reply) return kDone;  // done: nothing to say
-    std::cout << *reply << '\n';
+    printLine(*reply);
     return readPerformReply(reply).kind == PerformReply::Kind::done ? kDone : kRefused;
 }
 
@@ -44,7 +42,7 @@ void addHelperCommands(CLI::App& app, Context& context) {
             printError("The helper answered without a version.");
             context.exitCode = kBadInput;
         } else {
-            std::cout << **reply << '\n';
+            printLine(**reply);
             context.exitCode = kDone;
         }
     });

@@ -7,7 +7,7 @@
 
 #include "cli/context.hpp"
 #include "core/cleanup/vendor_janitors.hpp"
-#include "core/common/checked.hpp"
+#include "core/common/byte_counts.hpp"
 #include "core/common/path.hpp"
 #include "core/scan/disk_measure.hpp"
 
@@ -53,16 +53,17 @@ int listJanitors(const JanitorsOptions& options) {
         return kDone;
     }
     if (found.empty()) {
-        std::cout << "No janitor's tool is installed and working on this machine.\n";
+        printLine("No janitor's tool is installed and working on this machine.");
         return kDone;
     }
     for (const auto& [tool, path] : found) {
-        std::cout << tool.title << " (" << tool.id << ")\n"
-                  << "  tool:   " << path << '\n'
-                  << "  cleans: " << commandLine(path, tool.args) << '\n'
-                  << "  " << tool.note << "\n\n";
+        printLine(tool.title + " (" + tool.id + ")");
+        printLine("  tool:   " + path);
+        printLine("  cleans: " + commandLine(path, tool.args));
+        printLine("  " + tool.note);
+        printLine("");
     }
-    std::cout << "Run one with: orvane janitors run ID\n";
+    printLine("Run one with: orvane janitors run ID");
     return kDone;
 }
 
@@ -73,13 +74,18 @@ std::int64_t cacheBytes(const std::vector<std::string>& folders) {
         if (!fileExists(folder)) continue;
         const std::int64_t bytes = duBatchSizes({folder}, kMeasureTimeout)[folder];
         if (bytes < 0) return -1;
-        total = checkedAdd(total, bytes);
+        total = addBytesOrUnknown(total, bytes);
+        if (total < 0) return -1;
     }
     return total;
 }
 
 bool confirmed(const JanitorConfirmation& confirmation) {
-    std::cout << confirmation.title << "\n\n" << confirmation.message << "\n\nGo ahead? [y/N] " << std::flush;
+    printLine(confirmation.title);
+    printLine("");
+    printLine(confirmation.message);
+    printLine("");
+    std::cout << "Go ahead? [y/N] " << std::flush;
     std::string answer;
     if (!std::getline(std::cin, answer)) return false;
     return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
@@ -111,13 +117,16 @@ int runJanitor(const JanitorsOptions& options) {
     const std::string& binary = found.front().path;
 
     if (!options.yes && !confirmed(vendorJanitorConfirmation(tool, binary))) {
-        std::cout << "Nothing was run.\n";
+        printLine("Nothing was run.");
         return kRefused;
     }
 
     const auto folders = vendorJanitorCachePaths(tool.id);
     const std::int64_t before = cacheBytes(folders);
-    if (!options.runJSON) std::cout << "Running " << commandLine(binary, tool.args) << " …\n" << std::flush;
+    if (!options.runJSON) {
+        printLine("Running " + commandLine(binary, tool.args) + " …");
+        std::cout << std::flush;
+    }
     const ToolRun run = runVendorJanitor(tool, binary, kJanitorTimeout);
     const std::int64_t after = cacheBytes(folders);
     const JanitorSpaceClaim claim = before > 0 && after >= 0 && before > after
@@ -143,8 +152,8 @@ int runJanitor(const JanitorsOptions& options) {
         out["message"] = message;
         printJSON(out);
     } else {
-        for (const auto& line : run.lines) std::cout << "  " << line << '\n';
-        std::cout << message << '\n';
+        for (const auto& line : run.lines) printLine("  " + line);
+        printLine(message);
     }
     return done ? kDone : kRefused;
 }

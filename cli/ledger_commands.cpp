@@ -1,9 +1,8 @@
 // orvane repair, history and moves: crash repair, the action log and the relocations on record.
 #include <algorithm>
-#include <iostream>
 
 #include "cli/context.hpp"
-#include "core/common/checked.hpp"
+#include "core/common/byte_counts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/json_files.hpp"
 #include "core/ledger/action_log.hpp"
@@ -19,9 +18,9 @@ int runRepair(bool json) {
     if (json) {
         printJSON({{"messages", messages}});
     } else if (messages.empty()) {
-        std::cout << "Nothing to repair.\n";
+        printLine("Nothing to repair.");
     } else {
-        for (const auto& message : messages) std::cout << message << '\n';
+        for (const auto& message : messages) printLine(message);
     }
     return kDone;
 }
@@ -45,9 +44,9 @@ int runHistory(const HistoryOptions& options) {
     if (options.json) {
         printJSON({{"lines", lines}});
     } else if (lines.empty()) {
-        std::cout << (since ? "Nothing was logged after " + iso8601(*since) + ".\n" : std::string("The action log is empty.\n"));
+        printLine(since ? "Nothing was logged after " + iso8601(*since) + "." : std::string("The action log is empty."));
     } else {
-        for (const auto& line : lines) std::cout << line << '\n';
+        for (const auto& line : lines) printLine(line);
     }
     return kDone;
 }
@@ -55,9 +54,10 @@ int runHistory(const HistoryOptions& options) {
 int runMoves(bool json) {
     auto moves = Ledger::loadMoves();
     std::stable_sort(moves.begin(), moves.end(), [](const MoveRecord& a, const MoveRecord& b) { return a.date > b.date; });
+    // Each record holds at most kMaxByteCount, but many of them can still add up past 64 bits.
     std::int64_t total = 0;
     for (const auto& move : moves)
-        if (move.bytes > 0) total = checkedAdd(total, move.bytes);
+        if (move.bytes > 0) total = addBytesOrUnknown(total, move.bytes);
 
     if (json) {
         nlohmann::ordered_json rows = nlohmann::ordered_json::array();
@@ -68,18 +68,20 @@ int runMoves(bool json) {
             row["size"] = fmtBytes(move.bytes);
             rows.push_back(std::move(row));
         }
-        printJSON({{"moves", std::move(rows)}, {"totalBytes", total}});
+        printJSON({{"moves", std::move(rows)},
+                   {"totalBytes", total < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(total)}});
         return kDone;
     }
     if (moves.empty()) {
-        std::cout << "No moves on record.\n";
+        printLine("No moves on record.");
         return kDone;
     }
     for (const auto& move : moves) {
-        std::cout << fmtDate(move.date) << "  " << move.title << " (" << fmtBytes(move.bytes) << ")\n"
-                  << "    " << move.src << (move.symlinked ? " -> " : " moved to ") << move.dst << '\n';
+        printLine(fmtDate(move.date) + "  " + move.title + " (" + fmtBytes(move.bytes) + ")");
+        printLine("    " + move.src + (move.symlinked ? " -> " : " moved to ") + move.dst);
     }
-    std::cout << moves.size() << (moves.size() == 1 ? " move, " : " moves, ") << fmtBytes(total) << " in all.\n";
+    printLine(std::to_string(moves.size()) + (moves.size() == 1 ? " move, " : " moves, ") +
+              (total < 0 ? std::string("unknown") : fmtBytes(total)) + " in all.");
     return kDone;
 }
 
@@ -116,7 +118,7 @@ void addMovesCommand(CLI::App& app, Context& context) {
         "moves",
         "List the items relocated to other drives, newest first: what each was, where it went, "
         "its size, and whether a shortcut stands in its old place. Exit 0.");
-    moves->add_flag("--json", *json, "Print {\"moves\": [...], \"totalBytes\": N}");
+    moves->add_flag("--json", *json, "Print {\"moves\": [...], \"totalBytes\": N}, N null when the total is unknown");
     moves->callback([json, &context] { context.exitCode = runMoves(*json); });
 }
 

@@ -1,6 +1,4 @@
 // orvane plan check: the dry run of a plan of privileged operations.
-#include <iostream>
-
 #include "cli/context.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
@@ -9,7 +7,8 @@
 namespace orvane::cli {
 namespace {
 
-constexpr std::size_t kPlanLimit = 64 * 1024 * 1024;
+// Thousands of operations; a plan is a short list, and a bound keeps a wrong file from costing memory.
+constexpr std::size_t kPlanLimit = 8 * 1024 * 1024;
 
 struct PlanOptions {
     std::string file;
@@ -56,10 +55,10 @@ int runPlanCheck(const PlanOptions& options) {
         }
         printJSON(out);
     } else if (refusal) {
-        std::cout << rawValue(refusal->refusal) << " at step " << refusal->index + 1 << ": "
-                  << refusal->op.description() << '\n';
+        printLine(std::string(rawValue(refusal->refusal)) + " at step " + std::to_string(refusal->index + 1) + ": " +
+                  refusal->op.description());
     } else {
-        std::cout << "ok\n";
+        printLine("ok");
     }
     return refusal ? kRefused : kDone;
 }

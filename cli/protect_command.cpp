@@ -1,10 +1,10 @@
 // orvane protect: the user's own list of what must be left alone.
 #include <filesystem>
-#include <iostream>
 
 #include "cli/context.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
+#include "core/common/text.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/safety/protection.hpp"
 #include "core/scan/disk_measure.hpp"
@@ -13,19 +13,7 @@ namespace orvane::cli {
 
 std::string protectListPath() { return appendingPathComponent(Ledger::dir(), "protect-list.json"); }
 
-LoadedProtectList loadProtectList() {
-    const std::string path = protectListPath();
-    auto text = readFile(path);
-    if (!text) {
-        if (std::filesystem::exists(path)) return {std::nullopt, "The protection list at " + path + " cannot be read."};
-        return {ProtectList{}, {}};
-    }
-    auto list = ProtectList::decode(*text);
-    if (!list)
-        return {std::nullopt, "The protection list at " + path +
-                                  " is damaged or from a newer release; it is left as it is."};
-    return {std::move(*list), {}};
-}
+StoredProtectList loadProtectList() { return orvane::loadProtectList(protectListPath()); }
 
 namespace {
 
@@ -36,6 +24,15 @@ struct ProtectOptions {
     std::string id;
     bool json = false;
 };
+
+// The first text of the entry that is not valid UTF-8, as the user typed it; none when all are.
+std::optional<std::string> notUTF8(const ProtectEntry& entry) {
+    if (!isValidUTF8(entry.value)) return entry.value;
+    if (!isValidUTF8(entry.label)) return "the label " + entry.label;
+    for (const auto& folder : entry.appFolders)
+        if (!isValidUTF8(folder)) return folder;
+    return std::nullopt;
+}
 
 bool save(const ProtectList& list) {
     const std::string path = protectListPath();
@@ -55,7 +52,7 @@ int add(const ProtectOptions& o) {
     }
     auto loaded = loadProtectList();
     if (!loaded.list) {
-        printError(loaded.error);
+        printError(loaded.problem);
         return kBadInput;
     }
     ProtectEntry entry;
@@ -70,21 +67,28 @@ int add(const ProtectOptions& o) {
         entry.kind = isDirectory(entry.value) ? ProtectEntry::Kind::folder : ProtectEntry::Kind::item;
         entry.label = o.label.empty() ? lastPathComponent(entry.value) : o.label;
     }
+    // The list is JSON, which holds only UTF-8: a name in other bytes would be stored altered, and
+    // the altered name protects nothing.
+    if (auto bad = notUTF8(entry)) {
+        printError("Velloran Orvane cannot protect " + *bad +
+                   ": its name is not valid UTF-8, and the protection list can only hold it altered.");
+        return kBadInput;
+    }
     const std::size_t before = loaded.list->entries.size();
     loaded.list->add(entry);
     if (loaded.list->entries.size() == before) {
-        std::cout << entry.id() << " is already protected.\n";
+        printLine(entry.id() + " is already protected.");
         return kDone;
     }
     if (!save(*loaded.list)) return kBadInput;
-    std::cout << "Protected " << entry.id() << ".\n";
+    printLine("Protected " + entry.id() + ".");
     return kDone;
 }
 
 int remove(const ProtectOptions& o) {
     auto loaded = loadProtectList();
     if (!loaded.list) {
-        printError(loaded.error);
+        printError(loaded.problem);
         return kBadInput;
     }
     const std::size_t before = loaded.list->entries.size();
@@ -94,25 +98,25 @@ int remove(const ProtectOptions& o) {
         return kRefused;
     }
     if (!save(*loaded.list)) return kBadInput;
-    std::cout << "No longer protected: " << o.id << ".\n";
+    printLine("No longer protected: " + o.id + ".");
     return kDone;
 }
 
 int list(const ProtectOptions& o) {
     auto loaded = loadProtectList();
     if (!loaded.list) {
-        printError(loaded.error);
+        printError(loaded.problem);
         return kBadInput;
     }
     if (o.json) {
         printJSON(nlohmann::ordered_json::parse(loaded.list->encoded()));
         return kDone;
     }
-    if (loaded.list->entries.empty()) std::cout << "Nothing is protected yet.\n";
+    if (loaded.list->entries.empty()) printLine("Nothing is protected yet.");
     for (const auto& e : loaded.list->entries) {
-        std::cout << e.id() << "  " << e.label << " (added " << fmtDate(e.added) << ")\n";
+        printLine(e.id() + "  " + e.label + " (added " + fmtDate(e.added) + ")");
         if (e.kind == ProtectEntry::Kind::app)
-            for (const auto& root : e.appFolders) std::cout << "    " << root << '\n';
+            for (const auto& root : e.appFolders) printLine("    " + root);
     }
     return kDone;
 }

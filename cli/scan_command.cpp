@@ -52,25 +52,28 @@ std::string padRight(const std::string& text, std::size_t width) {
 
 void printTable(const GenericScanDump& dump, const std::string& root) {
     if (dump.items.empty()) {
-        std::cout << "No file over the size threshold under " << root << ".\n";
+        printLine("No file over the size threshold under " + root + ".");
     } else {
         std::size_t categoryWidth = 0;
         for (const auto& item : dump.items) categoryWidth = std::max(categoryWidth, characterCount(shortCategoryName(item.category)));
         for (const auto& item : dump.items) {
-            std::cout << padLeft(fmtBytes(item.sizeBytes), 10) << "  " << padRight(std::string(shortCategoryName(item.category)), categoryWidth)
-                      << "  " << item.title << '\n';
-            std::cout << std::string(12, ' ') << item.note << '\n';
+            printLine(padLeft(fmtBytes(item.sizeBytes), 10) + "  " +
+                      padRight(std::string(shortCategoryName(item.category)), categoryWidth) + "  " + item.title);
+            printLine(std::string(12, ' ') + item.note);
         }
     }
-    std::cout << '\n';
+    printLine("");
     if (dump.free >= 0 && dump.total >= 0)
-        std::cout << fmtBytes(dump.free) << " free of " << fmtBytes(dump.total) << " on this file system.\n";
+        printLine(fmtBytes(dump.free) + " free of " + fmtBytes(dump.total) + " on this file system.");
     else
-        std::cout << "The free space of this file system is unknown.\n";
+        printLine("The free space of this file system is unknown.");
     char elapsed[64];
     std::snprintf(elapsed, sizeof elapsed, "%.1f", dump.elapsed);
-    std::cout << dump.items.size() << (dump.items.size() == 1 ? " finding" : " findings") << " in " << elapsed
-              << " s. " << note(dump.privilege) << '\n';
+    printLine(std::to_string(dump.items.size()) + (dump.items.size() == 1 ? " finding" : " findings") + " in " +
+              elapsed + " s. " + std::string(note(dump.privilege)));
+    if (dump.skippedNames > 0)
+        printLine(std::to_string(dump.skippedNames) + (dump.skippedNames == 1 ? " name" : " names") +
+                  " skipped: not valid UTF-8.");
 }
 
 // The daemon scans as root into a fresh file of the caller's own; the file is read and removed.
@@ -95,7 +98,9 @@ int scanAsAdministrator(const ScanOptions& options, const std::string& root, Gen
         printError("The helper did not scan: " + *reply);
         status = kRefused;
     } else {
-        auto text = readFile(out);
+        // At most 600 items: far below this, which only keeps a wrong file from costing memory.
+        constexpr std::uint64_t kDumpMaxBytes = 64 * 1024 * 1024;
+        auto text = readFile(out, kDumpMaxBytes).bytes;
         auto parsed = text ? parseJSONStrictly(*text, 64) : StrictJSON{};
         auto decoded = parsed.value ? decodeGenericScanDump(*parsed.value, JSONDateEncoding::iso8601)
                                     : GenericScanDumpDecoding{std::nullopt, "The helper's scan result cannot be read."};
@@ -141,13 +146,15 @@ int runScan(const ScanOptions& options) {
     } else {
         // What the user protected, or what is painful to lose, says so on its row.
         auto loaded = loadProtectList();
+        if (!loaded.list) printError(loaded.problem + " The rows do not show your protections.");
         const ProtectList list = loaded.list.value_or(ProtectList{});
         const std::string userHome = home();
         for (auto& item : dump.items) {
             auto found = protection(item.id, list, {}, {}, userHome);
             item = applyingProtection(std::move(item), found);
         }
-        std::cout << scope.label() << " — " << scope.subtitle() << "\n\n";
+        printLine(scope.label() + " — " + scope.subtitle());
+        printLine("");
         printTable(dump, root);
     }
     return kDone;

@@ -1,6 +1,4 @@
 // orvane verdict: whether each path may be deleted, and if not, the sentence that says why.
-#include <iostream>
-
 #include "cli/context.hpp"
 #include "core/common/path.hpp"
 #include "core/safety/delete_verdict.hpp"
@@ -26,11 +24,10 @@ std::string_view verdictWord(const DeleteVerdict& verdict) {
 }
 
 int runVerdict(const VerdictOptions& options) {
-    // The user's own protections refuse too; an unreadable list protects nothing here, and is
-    // reported so the user knows.
-    auto loaded = loadProtectList();
-    if (!loaded.list && !options.json) printError(loaded.error + " Protections are not applied.");
-    const ProtectList protections = loaded.list.value_or(ProtectList{});
+    // The user's own protections refuse too. A list that is there but cannot be read protects
+    // everything: what it holds is unknown, so nothing is cleared until it can be read.
+    const StoredProtectList protections = loadProtectList();
+    if (!protections.list) printError(protections.problem);
     const std::string userHome = home();
     bool allAllowed = true;
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
@@ -57,10 +54,10 @@ int runVerdict(const VerdictOptions& options) {
             rows.push_back(std::move(row));
             continue;
         }
-        if (auto reason = verdict.reason()) std::cout << path << ": refused — " << *reason << '\n';
-        else if (protectedBy) std::cout << path << ": refused — " << *protectedBy << '\n';
-        else std::cout << path << (options.permanently ? ": remove permanently" : ": trash") << '\n';
-        if (blocker) std::cout << "  but " << blocker->reason() << '\n';
+        if (auto reason = verdict.reason()) printLine(path + ": refused — " + *reason);
+        else if (protectedBy) printLine(path + ": refused — " + *protectedBy);
+        else printLine(path + (options.permanently ? ": remove permanently" : ": trash"));
+        if (blocker) printLine("  but " + blocker->reason());
     }
     if (options.json) {
         nlohmann::ordered_json out;
@@ -68,6 +65,7 @@ int runVerdict(const VerdictOptions& options) {
         out["paths"] = std::move(rows);
         printJSON(out);
     }
+    if (!protections.list) return kBadInput;
     return allAllowed ? kDone : kRefused;
 }
 
@@ -83,7 +81,8 @@ void addVerdictCommand(CLI::App& app, Context& context) {
         "project (its rebuildable parts are what `orvane artifacts` lists), and what you protected with `orvane "
         "protect` (or what holds it). An allowed path is also looked into "
         "briefly for a flag that forbids removal even to root, which is named on the next line. Nothing is "
-        "deleted. Exit 0 when every path may go, 1 when one is refused or blocked.");
+        "deleted. Exit 0 when every path may go, 1 when one is refused or blocked, 2 when your protection list "
+        "cannot be read (every path is then refused).");
     verdict->add_option("PATH", options->paths, "Files or folders to judge")->required();
     verdict->add_flag("--permanently", options->permanently,
                       "Judge a removal for good rather than a move to the Trash");

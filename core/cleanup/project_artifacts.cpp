@@ -156,7 +156,9 @@ SweepGitState sweepGitState(std::string_view folder, const std::optional<std::st
         const bool any = std::any_of(run.lines.begin(), run.lines.end(), [](const auto& l) { return !l.empty(); });
         return any ? SweepGitState::tracked() : SweepGitState::untracked();
     }
-    const std::string text = readFile(appendingPathComponent(*repo, ".gitignore")).value_or("");
+    // Read as empty past 1 MiB: no real .gitignore comes near it, and a bigger one offers nothing.
+    constexpr std::uint64_t kGitignoreMaxBytes = 1024 * 1024;
+    const std::string text = readFile(appendingPathComponent(*repo, ".gitignore"), kGitignoreMaxBytes).bytes.value_or("");
     const std::string_view readable = isValidUTF8(text) ? std::string_view(text) : std::string_view();
     return SweepGitState::unknown(gitignoreMentions(readable, lastPathComponent(folder), relative));
 }

@@ -1,5 +1,6 @@
 #include "core/common/format.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -34,7 +35,28 @@ std::string decimal(double value, int maxFraction) {
     return groupThousands(text);
 }
 
+// The broken-down local time of a date; the day is right for any year the clock holds.
+std::tm localFields(TimePoint date) {
+    std::time_t t = Clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&t, &local);
+    return local;
+}
+
 }  // namespace
+
+Clock::time_point Clock::now() noexcept {
+    return time_point(std::chrono::floor<duration>(std::chrono::system_clock::now().time_since_epoch()));
+}
+
+std::time_t Clock::to_time_t(const time_point& date) noexcept {
+    return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(date.time_since_epoch()).count());
+}
+
+Clock::time_point Clock::from_time_t(std::time_t seconds) noexcept {
+    const auto clamped = std::clamp<std::int64_t>(seconds, kEarliestDateUnixSeconds, kDateEndUnixSeconds - 1);
+    return time_point(std::chrono::seconds(clamped));
+}
 
 std::string fmtBytes(std::int64_t bytes) {
     if (bytes < 0) return "…";
@@ -62,23 +84,21 @@ std::string fmtBytes(std::int64_t bytes) {
 }
 
 std::string fmtDate(TimePoint date) {
-    std::time_t t = Clock::to_time_t(date);
-    std::tm local{};
-    localtime_r(&t, &local);
+    const std::tm local = localFields(date);
+    // The year counted from 1900 is negative before 1900; the two digits are the calendar year's.
+    const long year = static_cast<long>(local.tm_year) + 1900;
     std::array<char, 32> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), "%d/%d/%02d", local.tm_mon + 1, local.tm_mday,
-                  local.tm_year % 100);
+    std::snprintf(buffer.data(), buffer.size(), "%d/%d/%02ld", local.tm_mon + 1, local.tm_mday,
+                  ((year % 100) + 100) % 100);
     return buffer.data();
 }
 
 std::string fmtMediumDate(TimePoint date) {
     static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    std::time_t t = Clock::to_time_t(date);
-    std::tm local{};
-    localtime_r(&t, &local);
+    const std::tm local = localFields(date);
     return std::string(months[local.tm_mon]) + " " + std::to_string(local.tm_mday) + ", " +
-           std::to_string(local.tm_year + 1900);
+           std::to_string(static_cast<long>(local.tm_year) + 1900);
 }
 
 std::string fmtAgo(TimePoint date, TimePoint now) {

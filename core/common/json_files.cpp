@@ -17,25 +17,46 @@
 
 namespace orvane {
 
+namespace {
+
+constexpr std::uint64_t kDefaultReadBound = 256ull * 1024 * 1024;
+
+// A moment of the years 1 to 9999 from whole Unix seconds and a fraction; none outside them.
+std::optional<TimePoint> dateFromUnixParts(std::int64_t seconds, std::chrono::duration<double> fraction) {
+    using namespace std::chrono;
+    if (seconds < kEarliestDateUnixSeconds - 1 || seconds >= kDateEndUnixSeconds) return std::nullopt;
+    const TimePoint date = TimePoint(std::chrono::seconds(seconds)) + round<Clock::duration>(fraction);
+    const auto unix = floor<std::chrono::seconds>(date.time_since_epoch()).count();
+    if (unix < kEarliestDateUnixSeconds || unix >= kDateEndUnixSeconds) return std::nullopt;
+    return date;
+}
+
+}  // namespace
+
 double secondsSinceReferenceDate(TimePoint date) {
     using namespace std::chrono;
     return duration<double>(date.time_since_epoch()).count() - kReferenceDateOffset;
 }
 
-TimePoint dateFromReferenceSeconds(double seconds) {
-    using namespace std::chrono;
-    if (!std::isfinite(seconds)) seconds = 0;
-    // Clamp far beyond any real date so the cast to the clock's integer ticks cannot overflow.
-    seconds = std::fmax(-1e11, std::fmin(1e11, seconds));
-    return TimePoint(duration_cast<Clock::duration>(duration<double>(seconds + kReferenceDateOffset)));
+std::optional<TimePoint> dateFromReferenceSeconds(double seconds) {
+    // Compared as a double first, so that the whole part below always fits its integer.
+    constexpr double earliest = static_cast<double>(kEarliestDateUnixSeconds) - kReferenceDateOffset;
+    constexpr double end = static_cast<double>(kDateEndUnixSeconds) - kReferenceDateOffset;
+    if (!(seconds >= earliest && seconds < end)) return std::nullopt;  // NaN fails too
+    const double whole = std::floor(seconds);
+    return dateFromUnixParts(static_cast<std::int64_t>(whole) + static_cast<std::int64_t>(kReferenceDateOffset),
+                             std::chrono::duration<double>(seconds - whole));
 }
 
 std::string iso8601(TimePoint date) {
     std::time_t t = Clock::to_time_t(date);
     std::tm utc{};
     gmtime_r(&t, &utc);
-    std::array<char, 32> buffer{};
-    std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    std::array<char, 48> buffer{};
+    // Written by hand: strftime's %Y gives year 1 as "1", not "0001".
+    std::snprintf(buffer.data(), buffer.size(), "%04ld-%02d-%02dT%02d:%02d:%02dZ",
+                  static_cast<long>(utc.tm_year) + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                  utc.tm_sec);
     return buffer.data();
 }
 
@@ -91,10 +112,8 @@ std::optional<TimePoint> parseISO8601(std::string_view text) {
     fields.tm_hour = *hour;
     fields.tm_min = *minute;
     fields.tm_sec = *second;
-    std::time_t t = timegm(&fields);
-    using namespace std::chrono;
-    return Clock::from_time_t(t - offsetSeconds) +
-           duration_cast<Clock::duration>(duration<double>(fraction));
+    const std::time_t t = timegm(&fields);
+    return dateFromUnixParts(static_cast<std::int64_t>(t) - offsetSeconds, std::chrono::duration<double>(fraction));
 }
 
 nlohmann::ordered_json wrapPayload(nlohmann::ordered_json data) {
@@ -144,24 +163,71 @@ StrictJSON parseJSONStrictly(std::string_view text, int maxDepth) {
     }
 }
 
-std::optional<std::string> readFile(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
+std::string_view readFailureClause(ReadFailure failure) {
+    switch (failure) {
+        case ReadFailure::missing: return "does not exist";
+        case ReadFailure::notRegularFile: return "is not a regular file";
+        case ReadFailure::tooLarge: return "is too large";
+        case ReadFailure::unreadable: return "cannot be read";
+    }
+    return "cannot be read";
+}
+
+RegularFile::RegularFile(const std::string& path) {
+    auto missingOr = [](ReadFailure otherwise) {
+        return errno == ENOENT || errno == ENOTDIR ? ReadFailure::missing : otherwise;
+    };
+    struct stat facts {};
+    // Looked at before it is opened: opening a device can do something by itself.
+    if (::lstat(path.c_str(), &facts) != 0) {
+        failure_ = missingOr(ReadFailure::unreadable);
+        return;
+    }
+    if (!S_ISREG(facts.st_mode)) {
+        failure_ = ReadFailure::notRegularFile;
+        return;
+    }
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        failure_ = missingOr(errno == ELOOP ? ReadFailure::notRegularFile : ReadFailure::unreadable);
+        return;
+    }
+    // Asked again of what was opened, since the name may have been given to something else.
+    if (::fstat(fd, &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        failure_ = S_ISREG(facts.st_mode) ? ReadFailure::unreadable : ReadFailure::notRegularFile;
+        ::close(fd);
+        return;
+    }
+    fd_ = fd;
+    size_ = static_cast<std::int64_t>(facts.st_size);
+}
+
+RegularFile::~RegularFile() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+FileRead readFile(const std::string& path, std::uint64_t maxBytes) {
+    RegularFile file(path);
+    if (!file.isOpen()) return {std::nullopt, file.failure()};
+    if (static_cast<std::uint64_t>(file.size()) > maxBytes) return {std::nullopt, ReadFailure::tooLarge};
     std::string content;
+    content.reserve(static_cast<std::size_t>(file.size()));
     std::array<char, 65536> chunk{};
     for (;;) {
-        ssize_t n = ::read(fd, chunk.data(), chunk.size());
+        // One byte past the bound is enough to know that the file grew beyond it.
+        const std::uint64_t left = maxBytes - content.size();
+        const std::size_t want = left >= chunk.size() ? chunk.size() : static_cast<std::size_t>(left) + 1;
+        ssize_t n = ::read(file.fd(), chunk.data(), want);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            ::close(fd);
-            return std::nullopt;
-        }
+        if (n < 0) return {std::nullopt, ReadFailure::unreadable};
         if (n == 0) break;
+        if (static_cast<std::uint64_t>(n) > left) return {std::nullopt, ReadFailure::tooLarge};
         content.append(chunk.data(), static_cast<std::size_t>(n));
     }
-    ::close(fd);
-    return content;
+    return {std::move(content), ReadFailure::unreadable};
 }
+
+std::optional<std::string> readFile(const std::string& path) { return readFile(path, kDefaultReadBound).bytes; }
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
     std::string dir = deletingLastPathComponent(path);

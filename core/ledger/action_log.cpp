@@ -67,20 +67,23 @@ void appendLine(const std::string& text) {
     createLedgerDir();
     const std::string path = ledgerFile(kLogFile);
     struct stat facts {};
-    if (::stat(path.c_str(), &facts) == 0 && facts.st_size > logRotationBytes) {
+    if (::lstat(path.c_str(), &facts) == 0 && facts.st_size > logRotationBytes) {
         const std::string rotated = ledgerFile(kRotatedLogFile);
         ::unlink(rotated.c_str());
         ::rename(path.c_str(), rotated.c_str());
     }
     // One write per line: a reader, or a crash, sees the whole line or none of it.
     const std::string line = "[" + iso8601(Clock::now()) + "] " + oneLine(text) + "\n";
-    int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    // Without blocking and without following a link: a FIFO in the log's place would otherwise
+    // hold the ledger's queue, and every command waiting on it, until someone read it.
+    int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
         // Only a missing log is started afresh; one that cannot be opened is left as it is.
         if (errno == ENOENT) writeFileAtomically(path, line);
         return;
     }
-    writeAll(fd, line);
+    struct stat opened {};
+    if (::fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode)) writeAll(fd, line);
     ::close(fd);
 }
 
@@ -102,17 +105,11 @@ std::optional<std::string> readWindow(int fd, std::int64_t offset, std::int64_t 
 
 std::vector<std::string> windowedActions(std::optional<TimePoint> since) {
     if (isRetired()) return {};
-    int fd = ::open(ledgerFile(kLogFile).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return {};
-    struct stat facts {};
-    std::optional<std::string> window;
-    std::int64_t size = 0;
-    if (::fstat(fd, &facts) == 0) {
-        size = facts.st_size;
-        const std::int64_t offset = std::max<std::int64_t>(0, size - actionsWindowBytes);
-        window = readWindow(fd, offset, size - offset);
-    }
-    ::close(fd);
+    RegularFile log(ledgerFile(kLogFile));
+    if (!log.isOpen()) return {};
+    const std::int64_t size = log.size();
+    const std::int64_t offset = std::max<std::int64_t>(0, size - actionsWindowBytes);
+    const auto window = readWindow(log.fd(), offset, size - offset);
     if (!window) return {};
 
     auto lines = nonEmptyLines(repairUTF8(*window));

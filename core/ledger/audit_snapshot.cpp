@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/common/byte_counts.hpp"
 #include "core/common/checked.hpp"
 #include "core/common/json_files.hpp"
 #include "core/ledger/action_log.hpp"
@@ -27,7 +28,8 @@ AuditSnapshot AuditSnapshot::capture(const std::vector<SpaceItem>& items, std::i
     AuditSnapshot snapshot;
     for (const auto& item : topMost) {
         auto& total = snapshot.categoryTotals[item.category];
-        total = checkedAdd(total, item.sizeBytes);
+        // Sizes from a cache or a dump hold at most kMaxByteCount each, yet many can pass 64 bits.
+        total = addBytesOrUnknown(total, item.sizeBytes);
     }
     std::vector<SpaceItem> big;
     for (const auto& item : topMost)
@@ -59,7 +61,7 @@ std::optional<AuditSnapshot::Finding> JSONCoding<AuditSnapshot::Finding>::decode
     auto path = stringField(value, "path");
     auto title = stringField(value, "title");
     auto category = stringField(value, "category");
-    auto bytes = int64Field(value, "bytes");
+    auto bytes = byteCountField(value, "bytes");
     if (!path || !title || !category || !bytes) return std::nullopt;
     return AuditSnapshot::Finding{std::move(*path), std::move(*title), std::move(*category), *bytes};
 }
@@ -83,9 +85,9 @@ nlohmann::ordered_json JSONCoding<AuditSnapshot>::encode(const AuditSnapshot& sn
 std::optional<AuditSnapshot> JSONCoding<AuditSnapshot>::decode(const nlohmann::json& value) {
     auto date = dateField(value, "date");
     auto scope = stringField(value, "scope");
-    auto capacity = int64Field(value, "capacity");
-    auto free = int64Field(value, "free");
-    auto used = int64Field(value, "used");
+    auto capacity = byteCountField(value, "capacity");
+    auto free = byteCountField(value, "free");
+    auto used = byteCountField(value, "used");
     auto scanSeconds = optionalDoubleField(value, "scanSeconds");
     auto actionsSince = stringsField(value, "actionsSince");
     if (!date || !scope || !capacity || !free || !used || !scanSeconds.valid || !actionsSince) return std::nullopt;
@@ -94,7 +96,7 @@ std::optional<AuditSnapshot> JSONCoding<AuditSnapshot>::decode(const nlohmann::j
     if (totals == value.end() || !totals->is_object() || findings == value.end()) return std::nullopt;
     AuditSnapshot snapshot;
     for (auto it = totals->begin(); it != totals->end(); ++it) {
-        auto bytes = jsonWholeNumber(it.value());
+        auto bytes = jsonByteCount(it.value());
         if (!bytes) return std::nullopt;
         snapshot.categoryTotals[it.key()] = *bytes;
     }

@@ -32,7 +32,7 @@ std::optional<DuplicatesWatchHit> JSONCoding<DuplicatesWatchHit>::decode(const n
     auto watchedRoot = stringField(value, "watchedRoot");
     auto newPath = stringField(value, "newPath");
     auto matches = stringsField(value, "matches");
-    auto bytes = int64Field(value, "bytes");
+    auto bytes = byteCountField(value, "bytes");
     auto dismissed = boolField(value, "dismissed");
     if (!id || !date || !watchedRoot || !newPath || !matches || !bytes || !dismissed) return std::nullopt;
     return DuplicatesWatchHit{std::move(*id), *date,   std::move(*watchedRoot), std::move(*newPath),

@@ -21,8 +21,8 @@ nlohmann::ordered_json JSONCoding<Ledger::ItemsCache>::encode(const Ledger::Item
 
 std::optional<Ledger::ItemsCache> JSONCoding<Ledger::ItemsCache>::decode(const nlohmann::json& value) {
     auto date = dateField(value, "date");
-    auto free = int64Field(value, "free");
-    auto total = int64Field(value, "total");
+    auto free = byteCountField(value, "free");
+    auto total = byteCountField(value, "total");
     auto schema = optionalInt64Field(value, "schema");
     if (!date || !free || !total || !schema.valid) return std::nullopt;
     if (schema.value && (*schema.value < INT_MIN || *schema.value > INT_MAX)) return std::nullopt;

@@ -24,7 +24,7 @@ std::optional<MoveRecord> JSONCoding<MoveRecord>::decode(const nlohmann::json& v
     auto title = stringField(value, "title");
     auto src = stringField(value, "src");
     auto dst = stringField(value, "dst");
-    auto bytes = int64Field(value, "bytes");
+    auto bytes = byteCountField(value, "bytes");
     auto symlinked = boolField(value, "symlinked");
     auto adminScope = optionalBoolField(value, "adminScope");
     if (!date || !title || !src || !dst || !bytes || !symlinked || !adminScope.valid) return std::nullopt;

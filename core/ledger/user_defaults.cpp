@@ -17,7 +17,7 @@ std::mutex defaultsLock;
 
 nlohmann::json readDefaults() {
     if (ledger::internal::isRetired()) return nlohmann::json::object();
-    auto bytes = readFile(userDefaultsPath());
+    auto bytes = readFile(userDefaultsPath(), ledger::internal::kLedgerFileMaxBytes).bytes;
     if (!bytes) return nlohmann::json::object();
     auto document = ledger::internal::parseJSON(*bytes);
     if (!document || !document->is_object()) return nlohmann::json::object();

@@ -2,6 +2,7 @@
 #include "core/safety/protection.hpp"
 
 #include <algorithm>
+#include <climits>
 #include <map>
 #include <mutex>
 
@@ -162,9 +163,12 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
     auto entries = doc.find("entries");
     if (version == doc.end() || !version->is_number_integer() || entries == doc.end() || !entries->is_array())
         return std::nullopt;
+    // A version beyond the integer's range is no older list cut short: it is from a later release
+    // too, and a newer release's list is left unread.
+    auto wholeVersion = jsonWholeNumber(*version);
+    if (!wholeVersion || *wholeVersion > currentVersion || *wholeVersion < INT_MIN) return std::nullopt;
     ProtectList list;
-    list.version = version->get<int>();
-    if (list.version > currentVersion) return std::nullopt;  // a newer release's list is left unread
+    list.version = static_cast<int>(*wholeVersion);
     for (const auto& e : *entries) {
         if (!e.is_object()) return std::nullopt;
         for (const char* key : {"kind", "value", "label", "appFolders", "added"})
@@ -174,8 +178,9 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
             return std::nullopt;
         auto kind = protectEntryKindFromRawValue(e["kind"].get<std::string>());
         if (!kind) return std::nullopt;
-        ProtectEntry entry{*kind, e["value"].get<std::string>(), e["label"].get<std::string>(), {},
-                           dateFromReferenceSeconds(e["added"].get<double>())};
+        auto added = dateFromReferenceSeconds(e["added"].get<double>());
+        if (!added) return std::nullopt;
+        ProtectEntry entry{*kind, e["value"].get<std::string>(), e["label"].get<std::string>(), {}, *added};
         for (const auto& folder : e["appFolders"]) {
             if (!folder.is_string()) return std::nullopt;
             entry.appFolders.push_back(folder.get<std::string>());
@@ -183,6 +188,23 @@ std::optional<ProtectList> ProtectList::decode(std::string_view data) {
         list.entries.push_back(std::move(entry));
     }
     return list;
+}
+
+std::string StoredProtectList::unreadableRefusal() const {
+    return "Velloran Orvane cannot read your protection list at " + path +
+           ", so it refuses to clear anything until the list is readable.";
+}
+
+StoredProtectList loadProtectList(const std::string& path) {
+    const std::string shown = "The protection list at " + path;
+    auto read = readFile(path, kProtectListMaxBytes);
+    if (!read.bytes) {
+        if (read.failure == ReadFailure::missing) return {path, ProtectList{}, {}};
+        return {path, std::nullopt, shown + " " + std::string(readFailureClause(read.failure)) + "; it is left as it is."};
+    }
+    auto list = ProtectList::decode(*read.bytes);
+    if (!list) return {path, std::nullopt, shown + " is damaged or from a newer release; it is left as it is."};
+    return {path, std::move(*list), {}};
 }
 
 std::string ProtectList::encoded() const {
@@ -340,6 +362,13 @@ std::optional<std::string> protectionRefusal(std::string_view path, const Protec
     auto inside = userProtectedInside(path, list, hidden);
     if (!inside.empty()) return "Kept because you protected " + lastPathComponent(inside.front()) + " inside it.";
     return std::nullopt;
+}
+
+std::optional<std::string> protectionRefusal(std::string_view path, const StoredProtectList& stored,
+                                             const std::set<std::string>& hidden,
+                                             const std::vector<RunningApp>& running, const std::string& home) {
+    if (!stored.list) return stored.unreadableRefusal();
+    return protectionRefusal(path, *stored.list, hidden, running, home);
 }
 
 bool contentsClearMayRemove(std::string_view child, const ProtectList& list, const std::set<std::string>& hidden,

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -46,6 +47,21 @@ struct ProtectList {
     std::string encoded() const;
     bool operator==(const ProtectList&) const = default;
 };
+
+// The user's list as found in its file. A missing file is an empty list. A file that is there but
+// gives no list (unreadable, not a regular file, too large, damaged, or from a later release) is
+// unreadable: what it protects is unknown, so it protects everything, and it is never overwritten.
+struct StoredProtectList {
+    std::string path;
+    std::optional<ProtectList> list;  // none when unreadable
+    std::string problem;              // a sentence naming the file; empty when read
+
+    // The refusal every path gets while the list is unreadable.
+    std::string unreadableRefusal() const;
+};
+// Plenty for any list a person keeps, and a bound on what a damaged file can cost.
+inline constexpr std::uint64_t kProtectListMaxBytes = 4 * 1024 * 1024;
+StoredProtectList loadProtectList(const std::string& path);
 
 struct BuiltInProtection {
     std::string id;
@@ -108,6 +124,10 @@ std::vector<std::string> userProtectedInside(std::string_view path, const Protec
                                              const std::set<std::string>& hidden);
 // The sentence that stops an action, or none: locks only, and protected things inside a folder.
 std::optional<std::string> protectionRefusal(std::string_view path, const ProtectList& list,
+                                             const std::set<std::string>& hidden,
+                                             const std::vector<RunningApp>& running, const std::string& home);
+// As above under the list as stored: an unreadable list refuses every path.
+std::optional<std::string> protectionRefusal(std::string_view path, const StoredProtectList& stored,
                                              const std::set<std::string>& hidden,
                                              const std::vector<RunningApp>& running, const std::string& home);
 bool contentsClearMayRemove(std::string_view child, const ProtectList& list, const std::set<std::string>& hidden,

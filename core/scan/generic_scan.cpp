@@ -48,6 +48,7 @@ nlohmann::ordered_json toJSON(const GenericScanDump& dump, JSONDateEncoding date
     out["total"] = dump.total;
     out["elapsed"] = dump.elapsed;
     out["privilege"] = rawValue(dump.privilege);
+    out["skippedNames"] = dump.skippedNames;
     return out;
 }
 
@@ -57,18 +58,24 @@ GenericScanDumpDecoding decodeGenericScanDump(const nlohmann::json& value, JSOND
         if (!value.contains(key)) return {std::nullopt, std::string("The scan dump has no \"") + key + "\"."};
     auto items = decodeSpaceItems(value["items"], dates);
     if (!items.items) return {std::nullopt, items.error};
-    if (!value["free"].is_number_integer() || !value["total"].is_number_integer() || !value["elapsed"].is_number())
-        return {std::nullopt, "The scan dump's sizes and time must be numbers."};
+    auto free = jsonByteCount(value["free"]);
+    auto total = jsonByteCount(value["total"]);
+    if (!free || !total || !value["elapsed"].is_number())
+        return {std::nullopt, "The scan dump's sizes and time must be numbers, its sizes from -1 to 2^60."};
+    std::optional<std::int64_t> skipped = 0;
+    if (auto it = value.find("skippedNames"); it != value.end()) skipped = jsonWholeNumber(*it);
+    if (!skipped || *skipped < 0) return {std::nullopt, "The scan dump's count of skipped names must be a whole number."};
     auto privilege = value["privilege"].is_string()
                          ? fromRawValue<ScanPrivilege>(value["privilege"].get<std::string>())
                          : std::nullopt;
     if (!privilege) return {std::nullopt, "The scan dump's privilege is not one it can have."};
     GenericScanDump dump;
     dump.items = std::move(*items.items);
-    dump.free = value["free"].get<std::int64_t>();
-    dump.total = value["total"].get<std::int64_t>();
+    dump.free = *free;
+    dump.total = *total;
     dump.elapsed = value["elapsed"].get<double>();
     dump.privilege = *privilege;
+    dump.skippedNames = static_cast<std::size_t>(*skipped);
     return {std::move(dump), {}};
 }
 
@@ -197,6 +204,7 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
 
     GenericScanDump dump;
     dump.items = std::move(items);
+    dump.skippedNames = found.skippedRecords;
     struct statvfs vfs{};
     if (::statvfs(root.c_str(), &vfs) == 0) {
         dump.free = static_cast<std::int64_t>(vfs.f_bavail) * static_cast<std::int64_t>(vfs.f_frsize);

@@ -25,11 +25,13 @@ struct GenericScanDump {
     std::int64_t total = -1;
     double elapsed = 0;  // seconds
     ScanPrivilege privilege = ScanPrivilege::standard;
+    std::size_t skippedNames = 0;  // files left out because their names are not valid UTF-8
     bool operator==(const GenericScanDump&) const = default;
 };
 
-// {"items":[...],"free":...,"total":...,"elapsed":...,"privilege":"Standard"}. The daemon's dump
-// file carries its item dates as ISO 8601 text.
+// {"items":[...],"free":...,"total":...,"elapsed":...,"privilege":"Standard","skippedNames":0}.
+// The daemon's dump file carries its item dates as ISO 8601 text. "skippedNames" may be missing
+// (a dump from before it existed), and reads as 0; a size outside -1 to kMaxByteCount fails the dump.
 nlohmann::ordered_json toJSON(const GenericScanDump& dump, JSONDateEncoding dates);
 struct GenericScanDumpDecoding {
     std::optional<GenericScanDump> dump;
@@ -50,8 +52,9 @@ struct GenericScanTools {
     std::function<std::string(const std::string&)> fileSystemType;
 };
 
-// Never fails: a file that cannot be read is skipped, a find that times out gives a partial
-// dump, an unreadable file system gives -1 for free and total.
+// Never fails: a file that cannot be read is skipped, a name that is not valid UTF-8 is skipped
+// and counted, a find that times out gives a partial dump, an unreadable file system gives -1 for
+// free and total.
 GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDates, ScanPrivilege privilege,
                                      std::uint32_t trashUID, const GenericScanTools& tools = {});
 

@@ -24,15 +24,16 @@ std::optional<ScanSnapshot> scanSnapshotFromJSON(const nlohmann::json& value) {
     if (date == value.end() || free == value.end() || reclaimable == value.end() || sizes == value.end())
         return std::nullopt;
     if (!date->is_number() || !sizes->is_object()) return std::nullopt;
-    auto freeBytes = jsonWholeNumber(*free);
-    auto reclaimableBytes = jsonWholeNumber(*reclaimable);
-    if (!freeBytes || !reclaimableBytes) return std::nullopt;
+    auto freeBytes = jsonByteCount(*free);
+    auto reclaimableBytes = jsonByteCount(*reclaimable);
+    auto when = dateFromReferenceSeconds(date->get<double>());
+    if (!freeBytes || !reclaimableBytes || !when) return std::nullopt;
     ScanSnapshot snapshot;
-    snapshot.date = dateFromReferenceSeconds(date->get<double>());
+    snapshot.date = *when;
     snapshot.free = *freeBytes;
     snapshot.reclaimable = *reclaimableBytes;
     for (auto it = sizes->begin(); it != sizes->end(); ++it) {
-        auto bytes = jsonWholeNumber(it.value());
+        auto bytes = jsonByteCount(it.value());
         if (!bytes) return std::nullopt;
         snapshot.sizes[it.key()] = *bytes;
     }

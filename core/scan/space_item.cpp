@@ -58,12 +58,10 @@ bool boolField(const Json& object, const char* key) {
 }
 
 template <typename Json>
-std::int64_t int64Field(const Json& object, const char* key) {
+std::int64_t byteCountField(const Json& object, const char* key) {
     const Json& value = field(object, key);
-    const DecodeFailure bad{"\"" + std::string(key) +
-                            "\" of an item must be a whole number of 64 bits."};
-    if (auto n = jsonWholeNumber(value)) return *n;
-    throw bad;
+    if (auto n = jsonByteCount(value)) return *n;
+    throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a whole number of bytes from -1 to 2^60."};
 }
 
 template <typename Json>
@@ -104,7 +102,10 @@ std::optional<TimePoint> dateField(const Json& object, const char* key, JSONDate
     }
     if (!it->is_number())
         throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a number of seconds."};
-    return dateFromReferenceSeconds(it->template get<double>());
+    auto date = dateFromReferenceSeconds(it->template get<double>());
+    if (!date)
+        throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a date of the years 1 to 9999."};
+    return date;
 }
 
 template <typename Json>
@@ -120,7 +121,7 @@ SpaceItem decodeItem(const Json& value, JSONDateEncoding dates) {
     item.contentsOnly = boolField(value, "contentsOnly");
     item.extra = stringArrayField(value, "extra");
     item.isDir = boolField(value, "isDir");
-    item.sizeBytes = int64Field(value, "sizeBytes");
+    item.sizeBytes = byteCountField(value, "sizeBytes");
     item.lastUsed = dateField(value, "lastUsed", dates);
     return item;
 }

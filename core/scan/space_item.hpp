@@ -73,7 +73,8 @@ nlohmann::ordered_json toJSON(const std::vector<SpaceItem>& items,
 
 // Decoding never throws. Every key but "lastUsed" is required ("lastUsed": null counts as
 // absent); a missing or wrongly typed key, or an unknown safety or suggestion, fails the value.
-// Unknown keys are ignored. "sizeBytes" takes any JSON number that is a whole number of 64 bits.
+// Unknown keys are ignored. "sizeBytes" takes any JSON number that is a whole number from -1 to
+// kMaxByteCount; a date must lie in the years 1 to 9999.
 struct SpaceItemDecoding {
     std::optional<SpaceItem> item;
     std::string error;  // a sentence; empty when decoded

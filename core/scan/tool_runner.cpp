@@ -338,7 +338,13 @@ ToolResult runToolSplit(const std::string& tool, const std::vector<std::string>&
     result.timedOut = stopped;
     result.status = child.raw == -1 ? -1 : terminationStatus(child.raw);
     if (isValidUTF8(err.view())) result.errLines = splitToolOutput(err.view(), false);
-    if (isValidUTF8(out.view())) result.lines = splitToolOutput(out.view(), nulDelimited);
+    if (nulDelimited) {
+        result.lines = splitToolOutput(out.view(), true);
+        result.skippedRecords = static_cast<std::size_t>(
+            std::erase_if(result.lines, [](const std::string& record) { return !isValidUTF8(record); }));
+    } else if (isValidUTF8(out.view())) {
+        result.lines = splitToolOutput(out.view(), false);
+    }
     return result;
 }
 

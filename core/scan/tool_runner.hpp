@@ -2,6 +2,7 @@
 // a bounded run time, and a result instead of an exception whatever happens.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -20,14 +21,17 @@ struct ToolResult {
     std::vector<std::string> errLines;  // standard error split on line feeds; only with `separate`
     bool timedOut = false;              // the run hit its time limit and was stopped
     std::int32_t status = -1;  // exit code, or the signal that ended it; -1: not started or given up on
+    std::size_t skippedRecords = 0;  // NUL-delimited records left out for not being UTF-8
     bool operator==(const ToolResult&) const = default;
 };
 
 // Runs `tool` (an absolute path) with `args`, inheriting the environment, with standard input on
 // the null device. Past `timeout` seconds the tool gets SIGTERM, and SIGKILL 3 seconds later. If
 // its output is still open 4.5 seconds after the deadline (a grandchild holds the pipe), the run
-// is given up: no lines, `timedOut`, status -1. Output that is not valid UTF-8 yields no lines at
-// all rather than a partial, possibly wrong answer. Blocks the caller; safe from any thread.
+// is given up: no lines, `timedOut`, status -1. Line output that is not valid UTF-8 yields no lines
+// at all rather than a partial, possibly wrong answer. A NUL-delimited record is a file name, and
+// Linux names may be any bytes: one that is not valid UTF-8 is left out alone and counted, so that
+// one odd name cannot hide every other finding. Blocks the caller; safe from any thread.
 ToolResult runToolSplit(const std::string& tool, const std::vector<std::string>& args, double timeout,
                         bool nulDelimited, ToolErrors errors);
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "core/common/checked.hpp"
+#include "core/common/byte_counts.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
 #include "core/scan/internal/hasher.hpp"
@@ -59,7 +59,7 @@ std::int64_t safeReclaimBytes(const std::vector<SpaceItem>& items) {
     for (const auto& item : items)
         if (item.safety == Safety::safe && item.suggested == Suggested::delete_ &&
             item.sizeBytes > 0)
-            total = checkedAdd(total, item.sizeBytes);
+            total = addBytesOrUnknown(total, item.sizeBytes);
     return total;
 }
 
@@ -106,7 +106,7 @@ std::vector<SpaceItem> topMostByPath(const std::vector<SpaceItem>& items) {
 std::int64_t topMostBytes(const std::vector<SpaceItem>& items) {
     std::int64_t total = 0;
     for (const auto& item : topMostByPath(items))
-        total = checkedAdd(total, std::max<std::int64_t>(item.sizeBytes, 0));
+        total = addBytesOrUnknown(total, std::max<std::int64_t>(item.sizeBytes, 0));
     return total;
 }
 

@@ -15,7 +15,8 @@
 namespace orvane {
 
 // The sum of sizeBytes over the items that are safe, suggested for deletion and larger than 0.
-// No nesting check: pass a list that went through topMostByPath or cannot nest. Aborts on overflow.
+// No nesting check: pass a list that went through topMostByPath or cannot nest. -1 (unknown) once
+// the sum passes kMaxByteCount: sizes read from a file can add up past 64 bits.
 std::int64_t safeReclaimBytes(const std::vector<SpaceItem>& items);
 
 // Whether a member path of a pseudo-group (only members beginning with "/") is in `countedPaths`
@@ -31,7 +32,8 @@ bool pseudoGroupAlreadyCounted(const SpaceItem& item,
 // inputs that differ only in other fields get the first one's rows.
 std::vector<SpaceItem> topMostByPath(const std::vector<SpaceItem>& items);
 
-// The sum of sizeBytes over topMostByPath(items), negative sizes counted as 0. Aborts on overflow.
+// The sum of sizeBytes over topMostByPath(items), negative sizes counted as 0; -1 (unknown) once the
+// sum passes kMaxByteCount.
 std::int64_t topMostBytes(const std::vector<SpaceItem>& items);
 
 // A small cache of topMostByPath results. Each read and each write takes the lock on its own;

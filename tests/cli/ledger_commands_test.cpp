@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -173,6 +175,62 @@ TEST_F(MovesCommand, NewestFirstWithSizes) {
     EXPECT_FALSE(json["moves"][1].contains("adminScope"));
     EXPECT_EQ(json["moves"][1]["bytes"], 2500000000LL);
     EXPECT_EQ(json["totalBytes"], 2501500000LL);
+}
+
+TEST_F(LedgerCommand, FIFOsInTheLedgerReadAsEmptyAndNeverHang) {
+    // No writer ever comes: a blocking open of any of them would hang the command for good.
+    for (const char* name : {"actions.log", "actions.log.1", "moves.json", "moves-inflight.json",
+                             "swap-inflight.json", "compact-inflight.json"})
+        ASSERT_EQ(::mkfifo((ledger_ + "/" + name).c_str(), 0600), 0) << name;
+    const std::pair<const char*, const char*> cases[] = {
+        {"history", "The action log is empty.\n"},
+        {"history --all", "The action log is empty.\n"},
+        {"moves", "No moves on record.\n"},
+        {"repair", "Nothing to repair.\n"},
+    };
+    for (const auto& [command, out] : cases) {
+        auto r = run(command);
+        EXPECT_EQ(r.status, 0) << command;
+        EXPECT_EQ(r.out, out) << command;
+    }
+}
+
+TEST_F(MovesCommand, ATotalPastAnyDiskIsUnknownAndAFarDateKeepsItsYear) {
+    std::string records;
+    for (int i = 0; i < 8; ++i) {  // each within what a record may hold, together past 64 bits
+        const std::string date = i == 0 ? "252406756800" : "700000000";  // 9999-06-15T12:00:00Z
+        records += std::string(i ? "," : "") + R"({"date":)" + date + R"(,"title":"T)" + std::to_string(i) +
+                   R"(","src":"/a","dst":"/d)" + std::to_string(i) + R"(","bytes":1152921504606846976,"symlinked":true})";
+    }
+    put(ledger_ + "/moves.json", R"({"v":1,"data":[)" + records + "]}");
+    auto plain = run("moves");
+    EXPECT_EQ(plain.status, 0) << plain.err;
+    EXPECT_TRUE(plain.out.starts_with("6/15/99  T0 (1.15 EB)\n")) << plain.out;
+    EXPECT_TRUE(plain.out.ends_with("8 moves, unknown in all.\n")) << plain.out;
+    auto json = nlohmann::json::parse(run("moves --json").out);
+    EXPECT_EQ(json["moves"][0]["date"], "9999-06-15T12:00:00Z");
+    EXPECT_TRUE(json["totalBytes"].is_null());
+}
+
+TEST_F(LedgerCommand, ControlCharactersAreEscapedOnTheTerminalAndExactInJSON) {
+    put(ledger_ + "/moves.json", R"({"v":1,"data":[{"date":1,"title":"Evil\n\u001b[2J","src":"/a","dst":"/d",)"
+                                 R"("bytes":1,"symlinked":true}]})");
+    put(ledger_ + "/actions.log", "[2026-02-01T00:00:01Z] MERGED a\x1b[2Jb\n");  // a line feed would end the line
+    struct Case {
+        const char* command;
+        const char* shown;    // a line of the readable output
+        const char* pointer;  // where --json holds the text
+        const char* exact;
+    } cases[] = {
+        {"moves", "  Evil\\n\\x1B[2J (1 byte)\n", "/moves/0/title", "Evil\n\x1b[2J"},
+        {"history", "[2026-02-01T00:00:01Z] MERGED a\\x1B[2Jb\n", "/lines/0", "[2026-02-01T00:00:01Z] MERGED a\x1b[2Jb"},
+    };
+    for (const auto& c : cases) {
+        auto plain = run(c.command);
+        EXPECT_NE(plain.out.find(c.shown), std::string::npos) << plain.out;
+        auto json = nlohmann::json::parse(run(std::string(c.command) + " --json").out);
+        EXPECT_EQ(json[nlohmann::json::json_pointer(c.pointer)], c.exact) << c.command;
+    }
 }
 
 }  // namespace

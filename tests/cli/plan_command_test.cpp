@@ -1,5 +1,6 @@
 // The plan checker as a user runs it: the real binary, its output and exit status.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -88,6 +89,28 @@ TEST_F(PlanCheck, MalformedPlansGetOneSentenceAndStatusTwo) {
     EXPECT_EQ(run("[]", "--no-such-flag").status, 2);
 
     EXPECT_EQ(orvane::testing::runOrvane("plan check /nonexistent/plan.json", dir_).status, 2);
+}
+
+TEST_F(PlanCheck, AFileThatIsNoPlanGetsOneSentenceAndNeverWaits) {
+    const std::string fifo = dir_ + "/fifo", large = dir_ + "/large.json";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // no writer: a blocking read would never end
+    std::ofstream(large) << "[";
+    fs::resize_file(large, 8 * 1024 * 1024 + 1);
+    const std::pair<std::string, std::string> cases[] = {
+        {"/dev/zero", "orvane: Cannot read /dev/zero: it is not a regular file.\n"},
+        {fifo, "orvane: Cannot read " + fifo + ": it is not a regular file.\n"},
+        {dir_, "orvane: Cannot read " + dir_ + ": it is not a regular file.\n"},
+        {large, "orvane: The input is larger than 8 MiB, more than any plan needs.\n"},
+    };
+    for (const auto& [file, err] : cases) {
+        auto r = orvane::testing::runOrvane("plan check " + file, dir_);
+        EXPECT_EQ(r.status, 2) << file;
+        EXPECT_EQ(r.err, err);
+    }
+    // Standard input is still read, to its end.
+    const std::string piped = "echo '[]' | " + std::string(ORVANE_BINARY) + " plan check - > " + dir_ + "/out";
+    EXPECT_EQ(std::system(piped.c_str()), 0);
+    EXPECT_EQ(orvane::readFile(dir_ + "/out"), "ok\n");
 }
 
 }  // namespace

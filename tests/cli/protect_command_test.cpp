@@ -60,4 +60,21 @@ TEST_F(ProtectCommand, TheListSurvivesAndIsNeverOverwrittenWhenDamaged) {
     EXPECT_EQ(orvane::readFile(dir_ + "/ledger/protect-list.json"), newer);
 }
 
+TEST_F(ProtectCommand, ANameTheListCannotHoldExactlyIsRefusedAndControlCharactersAreEscaped) {
+    const std::string bad = dir_ + "/Stems\xff", odd = dir_ + "/New\nStems";
+    fs::create_directories(bad);
+    fs::create_directories(odd);
+    auto refused = runOrvane(ledger_ + "protect add '" + bad + "'", dir_);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(refused.err, "orvane: Velloran Orvane cannot protect " + dir_ +
+                               "/Stems\\xFF: its name is not valid UTF-8, and the protection list can only hold it "
+                               "altered.\n");
+    EXPECT_FALSE(fs::exists(dir_ + "/ledger/protect-list.json"));
+
+    EXPECT_EQ(runOrvane(ledger_ + "protect add '" + odd + "'", dir_).out, "Protected folder:" + dir_ + "/New\\nStems.\n");
+    EXPECT_TRUE(runOrvane(ledger_ + "protect list", dir_).out.starts_with("folder:" + dir_ + "/New\\nStems  New\\nStems (added "));
+    EXPECT_EQ(nlohmann::json::parse(runOrvane(ledger_ + "protect list --json", dir_).out)["entries"][0]["value"], odd);
+}
+
 }  // namespace

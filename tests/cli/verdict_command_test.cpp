@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "tests/cli/run_orvane.hpp"
 
@@ -114,6 +116,46 @@ TEST_F(VerdictCommand, Usage) {
     auto help = runOrvane("verdict --help", dir_);
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("--permanently"), std::string::npos);
+}
+
+TEST_F(VerdictCommand, AProtectionListThatCannotBeReadRefusesEveryPath) {
+    const std::string ledger = dir_ + "/ledger", list = ledger + "/protect-list.json";
+    const std::string notRegular = " is not a regular file; it is left as it is.\n";
+    const std::string undecodable = " is damaged or from a newer release; it is left as it is.\n";
+    struct Case {
+        std::function<void()> make;
+        std::string problem;  // what follows the list's path on stderr
+    } cases[] = {
+        {[&] { ::mkfifo(list.c_str(), 0600); }, notRegular},
+        {[&] { fs::create_directory(list); }, notRegular},
+        {[&] { std::ofstream(list) << "{"; }, undecodable},
+        {[&] { std::ofstream(list) << R"({"version":2,"entries":[]})"; }, undecodable},
+        // Cut to 32 bits this would read as 1, an old list, and be overwritten.
+        {[&] { std::ofstream(list) << R"({"version":4294967297,"entries":[]})"; }, undecodable},
+        {[&] {
+             std::ofstream(list) << "{";
+             fs::resize_file(list, 4 * 1024 * 1024 + 1);
+         },
+         " is too large; it is left as it is.\n"},
+    };
+    const std::string refusal = home_ + "/old: refused — Velloran Orvane cannot read your protection list at " + list +
+                                ", so it refuses to clear anything until the list is readable.\n";
+    for (const auto& c : cases) {
+        fs::remove_all(ledger);
+        fs::create_directories(ledger);
+        c.make();
+        const auto before = fs::status(list).type();
+        auto plain = runOrvane("--ledger-dir " + ledger + " verdict " + home_ + "/old", dir_);
+        EXPECT_EQ(plain.status, 2);
+        EXPECT_EQ(plain.out, refusal);
+        EXPECT_EQ(plain.err, "orvane: The protection list at " + list + c.problem);
+        auto json = nlohmann::json::parse(runOrvane("--ledger-dir " + ledger + " verdict --json " + home_ + "/old", dir_).out);
+        EXPECT_EQ(json["allowed"], false);
+        EXPECT_EQ(json["paths"][0]["verdict"], "refuse");
+        // Nor is the list replaced by one that would forget what it held.
+        EXPECT_EQ(runOrvane("--ledger-dir " + ledger + " protect add " + home_ + "/old", dir_).status, 2);
+        EXPECT_EQ(fs::status(list).type(), before);
+    }
 }
 
 }  // namespace

@@ -80,6 +80,12 @@ TEST(FmtDate, ShortFormInLocalTime) {
     tzset();
     EXPECT_EQ(fmtDate(Clock::from_time_t(1'769'860'800)), "1/31/26");  // 2026-01-31T12:00:00Z
     EXPECT_EQ(fmtDate(Clock::from_time_t(978'307'200)), "1/1/01");
+    // Far dates keep their year: nanoseconds since 1970 would have wrapped them to 1677.
+    EXPECT_EQ(fmtDate(Clock::from_time_t(253'402'300'799)), "12/31/99");
+    EXPECT_EQ(fmtMediumDate(Clock::from_time_t(253'402'300'799)), "Dec 31, 9999");
+    EXPECT_EQ(fmtMediumDate(Clock::from_time_t(10'413'792'000)), "Jan 1, 2300");
+    EXPECT_EQ(fmtDate(Clock::from_time_t(-62'135'596'800)), "1/1/01");
+    EXPECT_EQ(fmtMediumDate(Clock::from_time_t(-62'135'596'800)), "Jan 1, 1");
     setenv("TZ", "America/Los_Angeles", 1);
     tzset();
     EXPECT_EQ(fmtDate(Clock::from_time_t(978'307'200)), "12/31/00");

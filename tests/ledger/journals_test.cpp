@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 class LedgerJournals : public LedgerFixture {};
 
 MoveRecord record(const std::string& dst, const std::string& title) {
-    return {dateFromReferenceSeconds(1), title, "/Users/a/x", dst, 10, true, std::nullopt};
+    return {*dateFromReferenceSeconds(1), title, "/Users/a/x", dst, 10, true, std::nullopt};
 }
 
 TEST_F(LedgerJournals, CompactEntriesByPath) {

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <atomic>
+#include <map>
 #include <set>
 #include <thread>
 
@@ -19,7 +22,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 MoveRecord move(std::string dst, double date = 1000) {
-    return {dateFromReferenceSeconds(date), "Item " + dst, "/Users/a/" + dst, "/Volumes/Drive/" + dst, 2048, true, std::nullopt};
+    return {*dateFromReferenceSeconds(date), "Item " + dst, "/Users/a/" + dst, "/Volumes/Drive/" + dst, 2048, true, std::nullopt};
 }
 
 std::vector<std::string> dsts(const std::vector<MoveRecord>& moves) {
@@ -29,6 +32,13 @@ std::vector<std::string> dsts(const std::vector<MoveRecord>& moves) {
 }
 
 class LedgerStore : public LedgerFixture {};
+
+bool isFIFO(const std::string& path) {
+    struct stat facts {};
+    return ::lstat(path.c_str(), &facts) == 0 && S_ISFIFO(facts.st_mode);
+}
+
+ScanSnapshot trend(double seconds, std::int64_t free) { return {*dateFromReferenceSeconds(seconds), free, 0, {{"Junk", 1}}}; }
 
 TEST_F(LedgerStore, FolderAndFileNames) {
     EXPECT_EQ(Ledger::dir(), ledger_);
@@ -94,10 +104,81 @@ TEST_F(LedgerStore, OldDamagedAndForeignFiles) {
     }
 }
 
+TEST_F(LedgerStore, ValuesNoDiskOrCalendarHoldsMakeTheirRecordInvalid) {
+    using json = nlohmann::json;
+    const ScanScope startup = scope::StartupDisk{};
+    SpaceItem item;
+    item.id = "/Users/a/big";
+    AuditSnapshot snapshot;
+    snapshot.categoryTotals = {{"Junk", 1}};
+    snapshot.topFindings = {{"/Users/a/big", "big", "Junk", 1}};
+    const std::map<std::string, json> records = {
+        {"moves.json", JSONCoding<MoveRecord>::encode(move("x"))},
+        {"dupe-watch-hits.json", JSONCoding<DuplicatesWatchHit>::encode({"h", {}, "/r", "/r/a", {}, 5, false})},
+        {"snapshots.json", JSONCoding<AuditSnapshot>::encode(snapshot)},
+        {"trends.json", toJSON(trend(0, 1))},
+        {"itemsCache.json", JSONCoding<Ledger::ItemsCache>::encode({{}, {item}, 1, 2, std::nullopt})},
+    };
+    const auto recordsRead = [&](const std::string& file) -> std::size_t {
+        if (file == "moves.json") return Ledger::loadMoves().size();
+        if (file == "dupe-watch-hits.json") return Ledger::loadDupeWatchHits().size();
+        if (file == "snapshots.json") return Ledger::loadSnapshots().size();
+        if (file == "trends.json") return Ledger::loadTrends().size();
+        return Ledger::loadItemsCache(startup).has_value() ? 1 : 0;
+    };
+    constexpr std::int64_t eib = std::int64_t{1} << 60;
+    struct Case {
+        const char* file;
+        const char* field;  // a JSON pointer into the record
+        json value;
+        bool valid;
+    } cases[] = {
+        {"moves.json", "/bytes", eib, true},
+        {"moves.json", "/bytes", eib + 1, false},
+        {"moves.json", "/bytes", -1, true},  // unknown
+        {"moves.json", "/bytes", -2, false},
+        {"moves.json", "/date", 252'423'993'599.0, true},  // the last second of 9999
+        {"moves.json", "/date", 252'423'993'600.0, false},
+        {"moves.json", "/date", -63'113'904'001.0, false},  // before year 1
+        {"dupe-watch-hits.json", "/bytes", UINT64_MAX, false},
+        {"snapshots.json", "/categoryTotals/Junk", eib * 2, false},
+        {"snapshots.json", "/free", -5, false},
+        {"snapshots.json", "/topFindings/0/bytes", eib + 1, false},
+        {"trends.json", "/free", eib * 4, false},
+        {"trends.json", "/sizes/Junk", -2, false},
+        {"itemsCache.json", "/total", eib * 2, false},
+        {"itemsCache.json", "/items/0/sizeBytes", INT64_MIN, false},
+        {"itemsCache.json", "/items/0/lastUsed", 1e300, false},
+        {"itemsCache.json", "/items/0/sizeBytes", eib, true},
+    };
+    for (const auto& c : cases) {
+        json record = records.at(c.file);
+        record[json::json_pointer(c.field)] = c.value;
+        const json document = std::string(c.file) == "itemsCache.json" ? record : json{{"v", 1}, {"data", {record}}};
+        putLedgerFile(c.file, document.dump());
+        EXPECT_EQ(recordsRead(c.file), c.valid ? 1u : 0u) << c.file << " " << c.field << " = " << c.value.dump();
+    }
+}
+
+TEST_F(LedgerStore, AFIFOInItsPlaceReadsAsEmptyAndIsNeverWaitedOn) {
+    fs::create_directories(ledger_);
+    for (const char* name : {"actions.log", "moves.json", "user-defaults.json"})
+        ASSERT_EQ(::mkfifo((ledger_ + "/" + name).c_str(), 0600), 0) << name;
+    EXPECT_TRUE(Ledger::loadMoves().empty());
+    EXPECT_TRUE(Ledger::tail(10).empty());
+    EXPECT_TRUE(Ledger::actions(std::nullopt).empty());
+    EXPECT_TRUE(Ledger::wholeLog().empty());
+    EXPECT_EQ(Ledger::purgeLeakedTestLines(), 0);
+    Ledger::log("REPAIR nothing");  // no reader: a blocking open would hold the queue for good
+    Ledger::flush();
+    recordAutoAction("auto");
+    EXPECT_TRUE(isFIFO(ledger_ + "/actions.log"));  // a file it cannot read is left as it is
+}
+
 TEST_F(LedgerStore, SnapshotsKeepTheNewest40) {
     for (int i = 1; i <= 40; ++i) {
         AuditSnapshot s;
-        s.date = dateFromReferenceSeconds(i);
+        s.date = *dateFromReferenceSeconds(i);
         s.capacity = i;
         Ledger::appendSnapshot(s);
     }
@@ -112,8 +193,6 @@ TEST_F(LedgerStore, SnapshotsKeepTheNewest40) {
     EXPECT_EQ(snapshots.front().capacity, 2);
     EXPECT_EQ(snapshots.back().capacity, 41);
 }
-
-ScanSnapshot trend(double seconds, std::int64_t free) { return {dateFromReferenceSeconds(seconds), free, 0, {{"Junk", 1}}}; }
 
 TEST_F(LedgerStore, TrendsAtMostOnePerSixHours) {
     const double sixHours = 6 * 3600;
@@ -136,8 +215,8 @@ TEST_F(LedgerStore, TrendsAtMostOnePerSixHours) {
 }
 
 TEST_F(LedgerStore, DupeWatchHitsAreReplacedWhole) {
-    DuplicatesWatchHit a{"a", dateFromReferenceSeconds(1), "/r", "/r/a", {"/x/a"}, 5, false};
-    DuplicatesWatchHit b{"b", dateFromReferenceSeconds(2), "/r", "/r/b", {}, 6, true};
+    DuplicatesWatchHit a{"a", *dateFromReferenceSeconds(1), "/r", "/r/a", {"/x/a"}, 5, false};
+    DuplicatesWatchHit b{"b", *dateFromReferenceSeconds(2), "/r", "/r/b", {}, 6, true};
     Ledger::saveDupeWatchHits({a, b});
     EXPECT_EQ(Ledger::loadDupeWatchHits(), (std::vector<DuplicatesWatchHit>{a, b}));
     Ledger::saveDupeWatchHits({b});
@@ -153,12 +232,12 @@ TEST_F(LedgerStore, CachesAndTreesPerScope) {
     item.title = "big";
     item.category = std::string(catBig);
     item.sizeBytes = 77;
-    item.lastUsed = dateFromReferenceSeconds(500);
+    item.lastUsed = *dateFromReferenceSeconds(500);
 
     EXPECT_EQ(Ledger::loadItemsCache(startup), std::nullopt);
     EXPECT_TRUE(Ledger::loadDiskTree(startup).empty());
 
-    const Ledger::ItemsCache cache{dateFromReferenceSeconds(9), {item}, 100, 1000, Ledger::cacheSchema};
+    const Ledger::ItemsCache cache{*dateFromReferenceSeconds(9), {item}, 100, 1000, Ledger::cacheSchema};
     Ledger::saveItemsCache(folder, cache);
     EXPECT_EQ(Ledger::loadItemsCache(folder), cache);
     EXPECT_EQ(Ledger::loadItemsCache(startup), std::nullopt);  // each scope has its own file
@@ -174,7 +253,7 @@ TEST_F(LedgerStore, CachesAndTreesPerScope) {
     EXPECT_EQ(Ledger::loadItemsCache(startup), std::nullopt);
     EXPECT_TRUE(Ledger::loadDiskTree(startup).empty());
     putLedgerFile("itemsCache.json", R"({"date":1,"items":[],"free":2,"total":3})");
-    EXPECT_EQ(Ledger::loadItemsCache(startup), (Ledger::ItemsCache{dateFromReferenceSeconds(1), {}, 2, 3, std::nullopt}));
+    EXPECT_EQ(Ledger::loadItemsCache(startup), (Ledger::ItemsCache{*dateFromReferenceSeconds(1), {}, 2, 3, std::nullopt}));
 }
 
 TEST_F(LedgerStore, AFailedWriteIsIgnored) {

@@ -158,7 +158,7 @@ TEST_F(LedgerRepair, RelativePathsAreNeverActedOn) {
     put(root_ + "/dst/file", "copy");
     Ledger::beginCompact("x");
     Ledger::beginSwap("x", InflightKind::dedupe);
-    Ledger::beginMove({dateFromReferenceSeconds(1), "t", "src", "dst", 1, true, {}});
+    Ledger::beginMove({*dateFromReferenceSeconds(1), "t", "src", "dst", 1, true, {}});
     EXPECT_EQ(Ledger::repairInterrupted(), Lines{});
     fs::current_path(here);
     EXPECT_EQ(contents(root_ + "/x.ov-compact-tmp"), "not ours to sweep");
@@ -246,7 +246,7 @@ TEST_F(LedgerRepair, EveryStateOfAMove) {
     for (const auto& s : kMoveStates) {
         SCOPED_TRACE(s.name);
         const std::string folder = freshCase("move" + std::to_string(n++));
-        MoveRecord r{dateFromReferenceSeconds(50), "Photos Library", folder + "/home/Pictures/Photos Library",
+        MoveRecord r{*dateFromReferenceSeconds(50), "Photos Library", folder + "/home/Pictures/Photos Library",
                      folder + "/Drive/Photos Library", 4096, s.symlinked, s.adminScope};
         if (s.source == MoveState::parentMissing) r.src = folder + "/gone/Photos Library";
         fs::create_directories(folder + "/home/Pictures");
@@ -288,7 +288,7 @@ TEST_F(LedgerRepair, EveryStateOfAMove) {
 }
 
 TEST_F(LedgerRepair, ADriveThatComesBackFinishesTheMove) {
-    MoveRecord r{dateFromReferenceSeconds(1), "Movies", root_ + "/home/Movies", root_ + "/Drive/Movies", 1, true, {}};
+    MoveRecord r{*dateFromReferenceSeconds(1), "Movies", root_ + "/home/Movies", root_ + "/Drive/Movies", 1, true, {}};
     put(r.src + "/film", "original");
     Ledger::beginMove(r);
     EXPECT_EQ(Ledger::repairInterruptedMoves().size(), 1u);
@@ -307,7 +307,7 @@ TEST_F(LedgerRepair, RepairInterruptedRunsCompactsSwapsThenMoves) {
     put(root_ + "/s.bin.ov-compress-orig", "OLD");
     put(root_ + "/d.bin", "D");
     put(root_ + "/d.bin.ov-clone-tmp", "clone");
-    MoveRecord r{dateFromReferenceSeconds(1), "Music", root_ + "/home/Music", root_ + "/Drive/Music", 1, false, {}};
+    MoveRecord r{*dateFromReferenceSeconds(1), "Music", root_ + "/home/Music", root_ + "/Drive/Music", 1, false, {}};
     put(r.dst + "/song", "copy");
     // Entered in the other order, so that the order of the result is the repairs' own.
     Ledger::beginMove(r);

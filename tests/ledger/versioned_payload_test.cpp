@@ -50,7 +50,7 @@ TEST(LedgerVersioned, EncodesCompactlyInTheWrapper) {
 }
 
 MoveRecord sampleMove() {
-    return {dateFromReferenceSeconds(100.5), "Movies", "/Users/a/Movies", "/Volumes/Drive/Movies", 1'500'000, true, std::nullopt};
+    return {*dateFromReferenceSeconds(100.5), "Movies", "/Users/a/Movies", "/Volumes/Drive/Movies", 1'500'000, true, std::nullopt};
 }
 
 TEST(LedgerRecords, MoveRecordJSON) {
@@ -91,7 +91,7 @@ TEST(LedgerRecords, MoveRecordJSON) {
 }
 
 TEST(LedgerRecords, DuplicatesWatchHitTitleAndJSON) {
-    DuplicatesWatchHit hit{"h1", dateFromReferenceSeconds(5), "/Users/a/Downloads", "/Users/a/Downloads/photo.jpg", {}, 42, false};
+    DuplicatesWatchHit hit{"h1", *dateFromReferenceSeconds(5), "/Users/a/Downloads", "/Users/a/Downloads/photo.jpg", {}, 42, false};
     EXPECT_EQ(hit.title(), "photo.jpg");
     hit.matches = {"/Users/a/Pictures/photo.jpg"};
     EXPECT_EQ(hit.title(), "photo.jpg now has 2 copies");
@@ -109,7 +109,7 @@ TEST(LedgerRecords, DuplicatesWatchHitTitleAndJSON) {
 
 TEST(LedgerRecords, AuditSnapshotJSON) {
     AuditSnapshot snapshot;
-    snapshot.date = dateFromReferenceSeconds(10);
+    snapshot.date = *dateFromReferenceSeconds(10);
     snapshot.capacity = 500;
     snapshot.free = 100;
     snapshot.used = 400;
@@ -133,7 +133,7 @@ TEST(LedgerRecords, ItemsCacheJSON) {
     item.title = "big";
     item.category = std::string(catBig);
     item.sizeBytes = 9;
-    Ledger::ItemsCache cache{dateFromReferenceSeconds(3), {item}, 10, 20, std::nullopt};
+    Ledger::ItemsCache cache{*dateFromReferenceSeconds(3), {item}, 10, 20, std::nullopt};
     auto json = JSONCoding<Ledger::ItemsCache>::encode(cache);
     EXPECT_FALSE(json.contains("schema"));
     EXPECT_EQ(JSONCoding<Ledger::ItemsCache>::decode(nlohmann::json::parse(json.dump())), cache);

@@ -41,7 +41,7 @@ SpaceItem fullItem() {
                      .extra = {"/b", "/c"},
                      .isDir = false,
                      .sizeBytes = 1234,
-                     .lastUsed = dateFromReferenceSeconds(86400.5)};
+                     .lastUsed = *dateFromReferenceSeconds(86400.5)};
 }
 
 TEST(SpaceItemJSON, KeysInOrderAndRoundTripInBothDateForms) {
@@ -107,9 +107,12 @@ TEST(SpaceItemJSON, WrongTypesFailAndNumbersAreReadByValue) {
     const std::vector<Case> cases = {
         {"sizeBytes", 1.0, secs, 1},
         {"sizeBytes", 1e3, secs, 1000},
-        {"sizeBytes", -5, secs, -5},
-        {"sizeBytes", INT64_MAX, secs, INT64_MAX},
-        {"sizeBytes", INT64_MIN, secs, INT64_MIN},
+        {"sizeBytes", -1, secs, -1},
+        {"sizeBytes", -2, secs, std::nullopt},  // only -1 means unknown
+        {"sizeBytes", 1152921504606846976LL, secs, 1152921504606846976LL},  // 2^60
+        {"sizeBytes", 1152921504606846977LL, secs, std::nullopt},          // more than any disk
+        {"sizeBytes", INT64_MAX, secs, std::nullopt},
+        {"sizeBytes", INT64_MIN, secs, std::nullopt},
         {"sizeBytes", 9223372036854775808ULL, secs, std::nullopt},
         {"sizeBytes", 9223372036854775808.0, secs, std::nullopt},
         {"sizeBytes", 1.5, secs, std::nullopt},
@@ -130,7 +133,9 @@ TEST(SpaceItemJSON, WrongTypesFailAndNumbersAreReadByValue) {
         {"lastUsed", 5, iso, std::nullopt},
         {"lastUsed", "yesterday", iso, std::nullopt},
         {"lastUsed", "2026-01-31T12:00:00Z", iso, 1234},
-        {"lastUsed", 1e300, secs, 1234},  // far from any real date, but still a date
+        {"lastUsed", 1e300, secs, std::nullopt},
+        {"lastUsed", 252423993600.0, secs, std::nullopt},  // 10000-01-01
+        {"lastUsed", "0000-12-31T00:00:00Z", iso, std::nullopt},
         {"unknownKey", 1, secs, 1234},
     };
     for (const auto& c : cases) {
@@ -492,17 +497,24 @@ TEST(TopMostMemo, ThreadsAgreeOnTheAnswer) {
     EXPECT_EQ(wrong, std::vector<int>(4, 0));
 }
 
-TEST(TopMostDeathTest, OverflowingSumsAbort) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    SpaceItem big = at("/big", INT64_MAX);
+TEST(TopMost, TotalsPastTheLargestByteCountAreUnknown) {
+    SpaceItem big = at("/big", kMaxByteCount);
     big.safety = Safety::safe;
     big.suggested = Suggested::delete_;
     SpaceItem one = big;
     one.id = "/one";
     one.sizeBytes = 1;
-    EXPECT_DEATH(topMostBytes({big, one}), "byte count overflow");
-    EXPECT_DEATH(safeReclaimBytes({big, one}), "byte count overflow");
-    EXPECT_EQ(topMostBytes({big, at("/neg", -1)}), INT64_MAX);  // a negative size is not subtracted
+    EXPECT_EQ(topMostBytes({big, one}), -1);
+    EXPECT_EQ(safeReclaimBytes({big, one}), -1);
+    EXPECT_EQ(topMostBytes({big, at("/neg", -1)}), kMaxByteCount);  // a negative size is not subtracted
+    // Eight counts a decoder accepts would pass 64 bits: the total is unknown, not an abort.
+    std::vector<SpaceItem> eight;
+    for (int i = 0; i < 8; ++i) {
+        eight.push_back(big);
+        eight.back().id = "/big" + std::to_string(i);
+    }
+    EXPECT_EQ(topMostBytes(eight), -1);
+    EXPECT_EQ(safeReclaimBytes(eight), -1);
 }
 
 }  // namespace

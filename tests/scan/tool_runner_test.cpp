@@ -92,6 +92,11 @@ TEST(ToolRunner, TextAndRecords) {
 
     auto records = sh("printf 'a\\nb\\0\\0c d\\0'", 10, ToolErrors::discarded, true);
     EXPECT_EQ(records.lines, (std::vector<std::string>{"a\nb", "c d"}));
+    // A record is a file name: one that is not UTF-8 goes alone, counted, and the others stay.
+    auto named = sh("printf 'a\\0bad\\377\\0\\300\\200\\0c\\0'", 10, ToolErrors::discarded, true);
+    EXPECT_EQ(named.lines, (std::vector<std::string>{"a", "c"}));
+    EXPECT_EQ(named.skippedRecords, 2u);
+    EXPECT_EQ(invalid.skippedRecords, 0u);  // lines keep their all-or-nothing rule
 
     // "\r\n" is one character, so it ends no line.
     EXPECT_EQ(sh("printf 'a\\r\\nb\\nc\\r'").lines, (std::vector<std::string>{"a\r\nb", "c\r"}));

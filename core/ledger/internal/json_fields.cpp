@@ -1,7 +1,5 @@
 #include "core/ledger/internal/json_fields.hpp"
 
-#include <cmath>
-
 #include "core/common/json_files.hpp"
 
 namespace orvane::ledger::internal {
@@ -33,15 +31,15 @@ std::optional<double> doubleField(const nlohmann::json& object, const char* key)
     return value->get<double>();
 }
 
-std::optional<std::int64_t> int64Field(const nlohmann::json& object, const char* key) {
+std::optional<std::int64_t> byteCountField(const nlohmann::json& object, const char* key) {
     auto* value = member(object, key);
     if (!value) return std::nullopt;
-    return jsonWholeNumber(*value);
+    return jsonByteCount(*value);
 }
 
 std::optional<TimePoint> dateField(const nlohmann::json& object, const char* key) {
     auto seconds = doubleField(object, key);
-    if (!seconds || !std::isfinite(*seconds)) return std::nullopt;
+    if (!seconds) return std::nullopt;
     return dateFromReferenceSeconds(*seconds);
 }
 

@@ -14,13 +14,13 @@
 
 namespace orvane::ledger::internal {
 
-
 // Each is none when the key is missing or holds the wrong type.
 std::optional<std::string> stringField(const nlohmann::json& object, const char* key);
 std::optional<bool> boolField(const nlohmann::json& object, const char* key);
 std::optional<double> doubleField(const nlohmann::json& object, const char* key);
-std::optional<std::int64_t> int64Field(const nlohmann::json& object, const char* key);
-// Seconds since 2001-01-01 as a number.
+// From -1 (unknown) to kMaxByteCount: a count no disk holds fails the record.
+std::optional<std::int64_t> byteCountField(const nlohmann::json& object, const char* key);
+// Seconds since 2001-01-01 as a number, within the years 1 to 9999.
 std::optional<TimePoint> dateField(const nlohmann::json& object, const char* key);
 std::optional<std::vector<std::string>> stringsField(const nlohmann::json& object, const char* key);
 

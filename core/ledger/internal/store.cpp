@@ -45,7 +45,7 @@ void createLedgerDir() {
 
 std::optional<std::string> readLedgerFile(std::string_view name) {
     if (isRetired()) return std::nullopt;
-    return readFile(ledgerFile(name));
+    return readFile(ledgerFile(name), kLedgerFileMaxBytes).bytes;
 }
 
 bool writeLedgerFile(std::string_view name, std::string_view bytes) {

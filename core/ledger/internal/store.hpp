@@ -1,6 +1,7 @@
 // The ledger's shared state (queue, retired flag) and the file access all of the store goes through.
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -31,7 +32,12 @@ std::string ledgerFile(std::string_view name);
 // Creates the folder with its parents; failure is ignored (the write that follows fails too).
 void createLedgerDir();
 
-// The file's bytes; none when it is missing, unreadable, or the ledger is retired.
+// Far above what the store writes (the log rotates near 2 MB, a scan cache holds hundreds of
+// items): a bound only on what a damaged or planted file can cost.
+inline constexpr std::uint64_t kLedgerFileMaxBytes = 256ull * 1024 * 1024;
+
+// The file's bytes; none when it is missing, unreadable, not a regular file (a FIFO is never
+// waited on), above kLedgerFileMaxBytes, or the ledger is retired.
 std::optional<std::string> readLedgerFile(std::string_view name);
 // Creates the folder and replaces the file atomically. False when retired or when it failed.
 bool writeLedgerFile(std::string_view name, std::string_view bytes);
