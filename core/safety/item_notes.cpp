@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "core/common/checked.hpp"
+#include "core/common/byte_counts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
@@ -28,7 +28,7 @@ std::optional<std::string> offVolumeNote(const std::vector<SizedPath>& items,
     for (const auto& item : items) {
         if (item.bytes <= 0 || isHere(item.path)) continue;
         auto& sum = perDrive[driveOf(item.path)];
-        sum = checkedAdd(sum, item.bytes);
+        sum = addBytesOrUnknown(sum, item.bytes);  // sizes from a scan may add up past any disk
     }
     if (perDrive.empty()) return std::nullopt;
     std::vector<std::pair<std::string, std::int64_t>> drives(perDrive.begin(), perDrive.end());
