@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "core/safety/delete_verdict.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 extern char** environ;
 

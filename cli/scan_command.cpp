@@ -133,7 +133,7 @@ int runScan(const ScanOptions& options) {
         if (int status = scanAsAdministrator(options, root, dump); status != kDone) return status;
     } else {
         Phase phase(!options.json && ::isatty(STDERR_FILENO));
-        GenericScanTools tools;
+        Facts tools = Facts::real();
         tools.run = [&phase](const std::string& tool, const std::vector<std::string>& args, double timeout, bool nul,
                              ToolErrors errors) {
             phase.show(std::string(label(tool == "/usr/bin/find" ? ScanPhase::cataloguing : ScanPhase::dating)));

@@ -38,7 +38,7 @@ std::optional<std::string> Helper::perform(std::string_view request) const {
 
     std::optional<PrivilegedRefusal> refusal;
     try {
-        refusal = validate(operation, *home, callerUID_);
+        refusal = validate(operation, *home, callerUID_, settings_.operations.facts);
     } catch (...) {
         // Validation cannot fail by design; should it ever, nothing may be done.
         refusal = PrivilegedRefusal::pathNotAllowed;
@@ -50,7 +50,9 @@ std::optional<std::string> Helper::perform(std::string_view request) const {
 
     std::string failure;
     try {
-        runOperation(operation, settings_.operations);
+        OperationContext context = settings_.operations;
+        context.callerHome = *home;  // the home validation checked, not a second look-up
+        runOperation(operation, context);
         log("OK " + operation.description());
         return std::nullopt;
     } catch (const OVError& error) {

@@ -17,7 +17,8 @@ struct HelperSettings {
     std::string logPath = "/var/log/orvane-helper.log";
     // The caller's home from the password database; none when there is no record or no folder.
     std::function<std::optional<std::string>(std::uint32_t uid)> homeOf;
-    // How tools are started and where launch items live (tests replace these).
+    // The world validation looks at and the bodies act in, and where launch items live (tests
+    // replace these). Its home is the one the password database gives for each request.
     OperationContext operations;
     // How long a connection may take to send one whole request, and to take in one reply, before
     // it is closed; the time an operation runs is not counted.

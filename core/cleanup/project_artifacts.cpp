@@ -7,7 +7,7 @@
 #include "core/common/json_files.hpp"
 #include "core/common/text.hpp"
 #include "core/platform/platform.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 namespace orvane {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "core/common/path.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 namespace orvane {
 

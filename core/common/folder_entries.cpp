@@ -35,4 +35,10 @@ std::vector<FolderEntry> readFolderEntries(int fd) {
 
 std::vector<FolderEntry> readFolderEntries(const std::string& path) { return drain(::opendir(path.c_str())); }
 
+std::optional<std::vector<FolderEntry>> listFolder(const std::string& path) {
+    DIR* dir = ::opendir(path.c_str());
+    if (!dir) return std::nullopt;
+    return drain(dir);
+}
+
 }  // namespace orvane

@@ -1,6 +1,7 @@
 // The entries of a folder as walks need them: names, and whether each is a real folder.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,5 +18,7 @@ struct FolderEntry {
 std::vector<FolderEntry> readFolderEntries(int fd);
 // The same by path (a link given as the folder itself is followed, as a listing does).
 std::vector<FolderEntry> readFolderEntries(const std::string& path);
+// The same, telling a folder that cannot be listed (refused, gone, not a folder) from an empty one.
+std::optional<std::vector<FolderEntry>> listFolder(const std::string& path);
 
 }  // namespace orvane

@@ -28,6 +28,7 @@ struct FileFacts {
     std::int64_t size = 0;
     std::int64_t allocatedBytes = 0;  // st_blocks * 512
     std::int64_t modifiedSeconds = 0;  // since the Unix epoch
+    std::int64_t accessedSeconds = 0;  // since the Unix epoch
     std::uint32_t flags = 0;           // kFlag* bits
 
     bool isDirectory() const;

@@ -12,7 +12,7 @@
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
 #include "core/platform/platform.hpp"
-#include "core/privileged/validation.hpp"
+#include "core/common/path_rules.hpp"
 
 namespace orvane {
 

@@ -66,7 +66,7 @@ void run(const op::MoveAside& c, const OperationContext&) {
 void run(const op::DeleteSnapshots& c, const OperationContext& context) {
     std::vector<std::string> failures;
     for (const auto& date : c.dates) {
-        auto r = context.runSplit(kSnapshotTool, {"deletelocalsnapshots", date}, kSnapshotTimeout, false,
+        auto r = context.facts.run(kSnapshotTool, {"deletelocalsnapshots", date}, kSnapshotTimeout, false,
                                   ToolErrors::merged);
         if (succeeded(r)) continue;
         failures.push_back(date + ": " + (r.timedOut ? std::string("timed out") : detail(r.lines)));
@@ -78,7 +78,7 @@ void run(const op::DeleteSnapshots& c, const OperationContext& context) {
 }
 
 void run(const op::ThinSnapshots&, const OperationContext& context) {
-    auto r = context.runSplit(kSnapshotTool, {"thinlocalsnapshots", "/", "999999999999", "4"}, kSnapshotTimeout,
+    auto r = context.facts.run(kSnapshotTool, {"thinlocalsnapshots", "/", "999999999999", "4"}, kSnapshotTimeout,
                               false, ToolErrors::merged);
     if (!succeeded(r))
         fail(kToolErrorCode,
@@ -86,12 +86,12 @@ void run(const op::ThinSnapshots&, const OperationContext& context) {
 }
 
 void run(const op::PurgeInactiveMemory&, const OperationContext& context) {
-    auto r = context.runSplit(kMemoryTool, {}, kPurgeTimeout, false, ToolErrors::merged);
+    auto r = context.facts.run(kMemoryTool, {}, kPurgeTimeout, false, ToolErrors::merged);
     if (!succeeded(r)) fail(kToolErrorCode, "purge failed (status " + std::to_string(r.status) + "): " + detail(r.lines));
 }
 
 void run(const op::ResetBackgroundItems&, const OperationContext& context) {
-    auto r = context.runSplit(kBackgroundTaskTool, {"resetbtm"}, kResetTimeout, false, ToolErrors::merged);
+    auto r = context.facts.run(kBackgroundTaskTool, {"resetbtm"}, kResetTimeout, false, ToolErrors::merged);
     // Unlike the other tools, neither trimmed nor "no detail": the raw start of what it said.
     if (!succeeded(r))
         fail(kToolErrorCode, "resetbtm failed (status " + std::to_string(r.status) + "): " +
@@ -103,25 +103,25 @@ void run(const op::SetLaunchItemEnabled& c, const OperationContext& context) {
     if (c.enabled) {
         const std::string newPath = c.path.substr(0, c.path.size() - std::min(c.path.size(), disabledAgentSuffix.size()));
         if (!renameLaunchItem(c.path, newPath, context)) fail(kFileErrorCode, "switching " + c.path + " back on failed");
-        (void)context.runStatus(kLaunchTool, {"bootstrap", domain, newPath});
+        (void)runStatusThrough(context.facts, kLaunchTool, {"bootstrap", domain, newPath});
     } else {
         // Renamed first, then stopped by its new name: a job that restarts finds no file.
         const std::string newPath = c.path + std::string(disabledAgentSuffix);
         if (!renameLaunchItem(c.path, newPath, context)) fail(kFileErrorCode, "switching " + c.path + " off failed");
-        (void)context.runStatus(kLaunchTool, {"bootout", domain, newPath});
+        (void)runStatusThrough(context.facts, kLaunchTool, {"bootout", domain, newPath});
     }
 }
 
 void run(const op::TrashLaunchItem& c, const OperationContext& context) {
     if (!std::string_view(c.path).ends_with(disabledAgentSuffix))
-        (void)context.runStatus(kLaunchTool, {"bootout", domainOf(c.path, context.callerUID), c.path});
+        (void)runStatusThrough(context.facts, kLaunchTool, {"bootout", domainOf(c.path, context.callerUID), c.path});
     if (!moveIntoPlaceNoFollow(c.path, c.to, c.chownTo, kStaffGroup))
         fail(kFileErrorCode, "moving " + c.path + " to the Trash failed");
 }
 
 void run(const op::PrivilegedScan& c, const OperationContext& context) {
     const ScanScope scope = c.kind == "folder" ? ScanScope(scope::Folder{c.root}) : ScanScope(scope::Volume{c.root, c.label});
-    const auto dump = buildGenericScanDump(scope, false, ScanPrivilege::administrator, context.callerUID);
+    const auto dump = buildGenericScanDump(scope, false, ScanPrivilege::administrator, context.callerUID, context.facts);
     const std::string bytes = toJSON(dump, JSONDateEncoding::iso8601)
                                   .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 
@@ -157,9 +157,8 @@ void run(const op::PrivilegedScan& c, const OperationContext& context) {
 }
 
 void run(const op::DeleteTrashedApp& c, const OperationContext& context) {
-    auto home = context.homeOf(context.callerUID);
-    if (!home) fail(kFileErrorCode, "no home for the caller");
-    auto outcome = deleteTrashedApp(c.name, *home + "/.Trash", context.callerUID);
+    if (context.callerHome.empty()) fail(kFileErrorCode, "no home for the caller");
+    auto outcome = deleteTrashedApp(c.name, context.callerHome + "/.Trash", context.callerUID);
     if (outcome.deleted) return;
     fail(kFileErrorCode, c.name + ": " + outcome.reason.value_or("not deleted"));
 }

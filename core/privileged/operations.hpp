@@ -13,7 +13,7 @@
 #include "core/common/ov_error.hpp"
 #include "core/common/path.hpp"
 #include "core/privileged/protocol.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/facts.hpp"
 
 namespace orvane {
 
@@ -34,17 +34,14 @@ inline constexpr const char* kMemoryTool = "/usr/sbin/purge";
 inline constexpr const char* kBackgroundTaskTool = "/usr/bin/sfltool";
 inline constexpr int kStaffGroup = 20;  // the group of items handed to a user
 
-// How the bodies start tools, and where launch items may be renamed: the real runner and the
-// system's launch folders, unless a test says otherwise.
+// Who asked, and the world the bodies act in: the real one, and the system's launch folders,
+// unless a test says otherwise.
 struct OperationContext {
     std::uint32_t callerUID = 0;
-    std::function<ToolResult(const std::string&, const std::vector<std::string>&, double, bool, ToolErrors)>
-        runSplit = runToolSplit;
-    std::function<std::int32_t(const std::string&, const std::vector<std::string>&)> runStatus =
-        orvane::runStatus;
+    // The caller's home as validation checked it, never looked up a second time.
+    std::string callerHome;
+    Facts facts = Facts::real();
     std::vector<std::string_view> launchFolders = {"/Library/LaunchAgents", "/Library/LaunchDaemons"};
-    // The caller's home, for the Trash; the password database unless a test says otherwise.
-    std::function<std::optional<std::string>(std::uint32_t)> homeOf = homeOfUser;
 };
 
 // Carries out a validated operation, or throws HelperError.

@@ -13,7 +13,7 @@
 #include "core/common/folder_entries.hpp"
 #include "core/common/path.hpp"
 #include "core/platform/platform.hpp"
-#include "core/privileged/validation.hpp"
+#include "core/common/path_rules.hpp"
 #include "core/safety/path_kinds.hpp"
 
 namespace orvane {

@@ -12,7 +12,8 @@
 #include "core/common/checked.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/facts.hpp"
+#include "core/common/tool_runner.hpp"
 
 namespace orvane {
 namespace {
@@ -110,31 +111,32 @@ std::string unquoteGNU(std::string_view text) {
 
 }  // namespace
 
-std::int64_t duSize(const std::string& path) {
-    auto r = runToolSplit(kDu, {"-sxk", path}, kSingleTimeout, false, ToolErrors::discarded);
+std::int64_t duSize(const std::string& path, const Facts& facts) {
+    auto r = facts.run(kDu, {"-sxk", path}, kSingleTimeout, false, ToolErrors::discarded);
     if (r.timedOut || r.lines.empty()) return -1;
     return totalFrom(r.lines);
 }
 
-DuMeasurement duMeasure(const std::string& path) {
-    auto r = runToolSplit(kDu, {"-sxk", path}, kSingleTimeout, false, ToolErrors::separate);
+DuMeasurement duMeasure(const std::string& path, const Facts& facts) {
+    auto r = facts.run(kDu, {"-sxk", path}, kSingleTimeout, false, ToolErrors::separate);
     DuMeasurement m;
     m.denied = parseDuDenied(r.errLines);
     m.bytes = r.timedOut ? -1 : totalFrom(r.lines);
     return m;
 }
 
-std::map<std::string, std::int64_t> duBatchSizes(const std::vector<std::string>& paths, double timeout) {
-    return duBatchMeasure(paths, timeout).sizes;
+std::map<std::string, std::int64_t> duBatchSizes(const std::vector<std::string>& paths, double timeout,
+                                                 const Facts& facts) {
+    return duBatchMeasure(paths, timeout, facts).sizes;
 }
 
-DuBatch duBatchMeasure(const std::vector<std::string>& paths, double timeout) {
+DuBatch duBatchMeasure(const std::vector<std::string>& paths, double timeout, const Facts& facts) {
     if (paths.empty()) return {};
     std::vector<std::string> args = {"-skx"};
     // "--" so that a path beginning with "-" is never taken for an option.
     args.push_back("--");
     args.insert(args.end(), paths.begin(), paths.end());
-    auto r = runToolSplit(kDu, args, timeout, false, ToolErrors::separate);
+    auto r = facts.run(kDu, args, timeout, false, ToolErrors::separate);
     return {parseDuBatch(r.lines, paths), parseDuDenied(r.errLines)};
 }
 
@@ -202,24 +204,16 @@ std::vector<std::string> topmostPaths(const std::vector<std::string>& paths) {
     return {kept.begin(), kept.end()};
 }
 
-std::optional<bool> listingRefused(const std::string& path) {
-    struct stat st{};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return std::nullopt;
-    DIR* dir = ::opendir(path.c_str());
-    if (!dir) {
-        if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-        return true;
-    }
-    errno = 0;
-    (void)::readdir(dir);
-    const bool refused = errno == EPERM || errno == EACCES;
-    ::closedir(dir);
-    return refused;
+std::optional<bool> listingRefused(const std::string& path, const Facts& facts) {
+    if (!isDirectory(path, facts)) return std::nullopt;
+    return !facts.list(path).has_value();
 }
 
-bool isDirectory(const std::string& path) {
-    struct stat st{};
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+bool isDirectory(const std::string& path, const Facts& facts) {
+    auto resolved = facts.resolve(path);
+    if (!resolved) return false;
+    auto entry = facts.lstat(*resolved);
+    return entry && entry->isDirectory();
 }
 
 std::int64_t countFiles(const std::string& path) {

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/common/facts.hpp"
+
 namespace orvane {
 
 struct DuMeasurement {
@@ -18,19 +20,20 @@ struct DuMeasurement {
 };
 
 // `du -sxk PATH` with a 180-second limit: bytes, or -1.
-std::int64_t duSize(const std::string& path);
+std::int64_t duSize(const std::string& path, const Facts& facts = Facts::real());
 // The same run, also naming what du could not read (even after a timeout).
-DuMeasurement duMeasure(const std::string& path);
+DuMeasurement duMeasure(const std::string& path, const Facts& facts = Facts::real());
 
 // One `du -skx` over all the paths. Every path asked about gets an answer; -1 when du said
 // nothing about it (gone, unreadable, or the run timed out). No paths: nothing is run.
-std::map<std::string, std::int64_t> duBatchSizes(const std::vector<std::string>& paths, double timeout);
+std::map<std::string, std::int64_t> duBatchSizes(const std::vector<std::string>& paths, double timeout,
+                                                 const Facts& facts = Facts::real());
 struct DuBatch {
     std::map<std::string, std::int64_t> sizes;
     std::vector<std::string> denied;
     bool operator==(const DuBatch&) const = default;
 };
-DuBatch duBatchMeasure(const std::vector<std::string>& paths, double timeout);
+DuBatch duBatchMeasure(const std::vector<std::string>& paths, double timeout, const Facts& facts = Facts::real());
 
 // "SIZE<tab>PATH" lines, sizes in KiB; the first report of a path wins; paths not reported get -1.
 std::map<std::string, std::int64_t> parseDuBatch(const std::vector<std::string>& lines,
@@ -46,10 +49,10 @@ std::vector<std::string> parseDuDenied(const std::vector<std::string>& errLines)
 std::vector<std::string> topmostPaths(const std::vector<std::string>& paths);
 
 // Whether the system refuses to list a folder: none when it is not a folder (or is gone).
-std::optional<bool> listingRefused(const std::string& path);
+std::optional<bool> listingRefused(const std::string& path, const Facts& facts = Facts::real());
 
 // Exists and, links followed, is a folder.
-bool isDirectory(const std::string& path);
+bool isDirectory(const std::string& path, const Facts& facts = Facts::real());
 
 // 1 for a regular file (links followed); for a folder, the regular files anywhere inside it,
 // links not counted and not followed; 0 when it cannot be listed.

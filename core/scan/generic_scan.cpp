@@ -1,8 +1,5 @@
 #include "core/scan/generic_scan.hpp"
 
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-
 #include <algorithm>
 #include <set>
 #include <unordered_map>
@@ -10,8 +7,8 @@
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
+#include "core/common/path_rules.hpp"
 #include "core/platform/platform.hpp"
-#include "core/privileged/validation.hpp"
 #include "core/scan/disk_measure.hpp"
 
 namespace orvane {
@@ -30,14 +27,7 @@ TimePoint fromSeconds(std::int64_t seconds) { return Clock::from_time_t(static_c
 
 struct Found {
     platform::FileFacts facts;
-    std::int64_t accessedSeconds = 0;
 };
-
-std::int64_t accessedSeconds(const std::string& path) {
-    struct stat st{};
-    if (::lstat(path.c_str(), &st) != 0) return 0;
-    return st.st_atime;
-}
 
 }  // namespace
 
@@ -80,38 +70,34 @@ GenericScanDumpDecoding decodeGenericScanDump(const nlohmann::json& value, JSOND
 }
 
 GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDates, ScanPrivilege privilege,
-                                     std::uint32_t trashUID, const GenericScanTools& tools) {
+                                     std::uint32_t trashUID, const Facts& facts) {
     const auto started = std::chrono::steady_clock::now();
     const std::string root = scope.root();
     const std::string label = scope.label();
-    const TimePoint now = tools.now();
+    const TimePoint now = facts.now();
     const auto nowSeconds = static_cast<std::int64_t>(Clock::to_time_t(now));
     const auto coldBefore = nowSeconds - static_cast<std::int64_t>(kColdSeconds);
 
     // Compression in place is offered only where the file system can do it.
     std::string fsType;
-    if (tools.fileSystemType) {
-        fsType = tools.fileSystemType(root);
-    } else if (auto mount = platform::mountOf(root)) {
-        fsType = mount->fileSystemType;
-    }
+    if (auto mount = facts.mount(root)) fsType = mount->fileSystemType;
     const bool unsupportedFS = !fsType.empty() && fsType != "apfs" && fsType != "hfs";
 
     const bool folder = std::holds_alternative<scope::Folder>(scope.value);
     const double findTimeout = scope.isNetwork() ? kNetworkFindTimeout : kFolderFindTimeout;
-    auto found = tools.run("/usr/bin/find", {root, "-type", "f", "-size", folder ? "+10M" : "+100M", "-print0"},
+    auto found = facts.run("/usr/bin/find", {root, "-type", "f", "-size", folder ? "+10M" : "+100M", "-print0"},
                            findTimeout, true, ToolErrors::discarded);
 
     std::vector<SpaceItem> items;
     std::unordered_map<std::string, Found> remembered;
     std::vector<std::string> order;
     for (const auto& path : found.lines) {
-        if (pathTraversesSymlink(path)) continue;
-        auto facts = platform::lstatFacts(path);
-        if (!facts) continue;
-        const bool cold = facts->modifiedSeconds < coldBefore;
+        if (pathTraversesSymlink(path, facts)) continue;
+        auto entry = facts.lstat(path);
+        if (!entry) continue;
+        const bool cold = entry->modifiedSeconds < coldBefore;
         const std::string ext = lowercased(pathExtension(path));
-        const std::string changed = fmtMediumDate(fromSeconds(facts->modifiedSeconds));
+        const std::string changed = fmtMediumDate(fromSeconds(entry->modifiedSeconds));
         const std::string dated = (cold ? "Untouched since " : "Last changed ") + changed;
         const std::string parent = lastPathComponent(deletingLastPathComponent(path));
 
@@ -125,7 +111,7 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
                         "or re-encoding it would break them. Undo lives in History; each shortcut's health in "
                         "Symlinks. " + dated + ".";
         } else if (kCompressible.contains(ext) && cold && !unsupportedFS &&
-                   (facts->flags & platform::kFlagCompressed) == 0) {
+                   (entry->flags & platform::kFlagCompressed) == 0) {
             item.category = catCompact;
             item.note = dated + " — compressible type; often shrinks in place, and the result is kept only when it "
                                 "measures smaller. In " + parent + " on " + label + ".";
@@ -135,14 +121,14 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
         }
         item.safety = Safety::review;
         item.suggested = Suggested::review;
-        item.sizeBytes = facts->allocatedBytes;
+        item.sizeBytes = entry->allocatedBytes;
         items.push_back(std::move(item));
-        if (remembered.emplace(path, Found{*facts, 0}).second) order.push_back(path);
+        if (remembered.emplace(path, Found{*entry}).second) order.push_back(path);
     }
 
     const std::string trashPath = root + "/.Trashes/" + std::to_string(trashUID);
-    if (fileExists(trashPath)) {
-        const std::int64_t size = tools.trashSize ? tools.trashSize(trashPath) : duSize(trashPath);
+    if (facts.exists(trashPath)) {
+        const std::int64_t size = duSize(trashPath, facts);
         if (size >= 1) {
             SpaceItem trash;
             trash.id = trashPath;
@@ -167,13 +153,13 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
     int budget = useSpotlightDates ? static_cast<int>(kDatedItems) : 0;
     for (auto& item : items) {
         if (!top.contains(item.id)) continue;
-        auto facts = platform::lstatFacts(item.id);
-        if (!facts) continue;
-        std::int64_t touch = std::max(facts->modifiedSeconds, accessedSeconds(item.id));
+        auto entry = facts.lstat(item.id);
+        if (!entry) continue;
+        std::int64_t touch = std::max(entry->modifiedSeconds, entry->accessedSeconds);
         bool opened = false;
         if (budget > 0) {
             --budget;
-            auto r = tools.run("/usr/bin/mdls", {"-name", "kMDItemLastUsedDate", "-raw", item.id}, kMetadataTimeout,
+            auto r = facts.run("/usr/bin/mdls", {"-name", "kMDItemLastUsedDate", "-raw", item.id}, kMetadataTimeout,
                                false, ToolErrors::discarded);
             std::string joined;
             for (std::size_t i = 0; i < r.lines.size(); ++i) joined += (i ? " " : "") + r.lines[i];
@@ -190,7 +176,7 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
             text = "Last opened " + fmtMediumDate(fromSeconds(touch));
             if (days >= 31) text += " — " + std::to_string(days) + " days ago";
         } else {
-            text = "No record of it being opened — last changed " + fmtMediumDate(fromSeconds(facts->modifiedSeconds));
+            text = "No record of it being opened — last changed " + fmtMediumDate(fromSeconds(entry->modifiedSeconds));
             if (days >= 31) text += ", " + std::to_string(days) + " days ago";
         }
         item.category = catBig;
@@ -205,10 +191,9 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
     GenericScanDump dump;
     dump.items = std::move(items);
     dump.skippedNames = found.skippedRecords;
-    struct statvfs vfs{};
-    if (::statvfs(root.c_str(), &vfs) == 0) {
-        dump.free = static_cast<std::int64_t>(vfs.f_bavail) * static_cast<std::int64_t>(vfs.f_frsize);
-        dump.total = static_cast<std::int64_t>(vfs.f_blocks) * static_cast<std::int64_t>(vfs.f_frsize);
+    if (auto capacity = facts.capacity(root)) {
+        dump.free = capacity->free;
+        dump.total = capacity->total;
     }
     dump.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     dump.privilege = privilege;

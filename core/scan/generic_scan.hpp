@@ -12,10 +12,12 @@
 #include <string>
 #include <vector>
 
+#include "core/common/facts.hpp"
 #include "core/scan/scan_progress.hpp"
 #include "core/scan/scan_scope.hpp"
 #include "core/scan/space_item.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/facts.hpp"
+#include "core/common/tool_runner.hpp"
 
 namespace orvane {
 
@@ -42,21 +44,12 @@ GenericScanDumpDecoding decodeGenericScanDump(const nlohmann::json& value, JSOND
 inline constexpr std::size_t kMaxDumpItems = 600;
 inline constexpr std::size_t kDatedItems = 150;
 
-// What the scanner asks of the world; tests replace the tools and the clock.
-struct GenericScanTools {
-    std::function<ToolResult(const std::string&, const std::vector<std::string>&, double, bool, ToolErrors)> run =
-        runToolSplit;
-    std::function<TimePoint()> now = [] { return Clock::now(); };
-    std::function<std::int64_t(const std::string&)> trashSize;  // duSize unless given
-    // The file system's type name ("apfs", "ext4"); the mount's unless given.
-    std::function<std::string(const std::string&)> fileSystemType;
-};
-
-// Never fails: a file that cannot be read is skipped, a name that is not valid UTF-8 is skipped
+// Asks the world only through `facts` (find, mdls and du runs, lstat, the mount's type, the
+// volume's capacity, the clock). Never fails: a file that cannot be read is skipped, a name that is not valid UTF-8 is skipped
 // and counted, a find that times out gives a partial dump, an unreadable file system gives -1 for
 // free and total.
 GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDates, ScanPrivilege privilege,
-                                     std::uint32_t trashUID, const GenericScanTools& tools = {});
+                                     std::uint32_t trashUID, const Facts& facts = Facts::real());
 
 // Replaces one part of earlier findings with a fresh scan of that part: items of the cleared
 // categories (or matching the predicate) go, then each new item is stored under its id.

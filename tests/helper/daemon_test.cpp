@@ -363,7 +363,7 @@ TEST_F(DaemonTest, AStalledConnectionIsClosedAfterTheFrameTimeout) {
     settings.logPath = dir_ + "/stall.log";
     settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(dir_); };
     settings.frameTimeout = 300ms;
-    settings.operations.runSplit = [](const std::string& tool, const std::vector<std::string>&, double, bool,
+    settings.operations.facts.run = [](const std::string& tool, const std::vector<std::string>&, double, bool,
                                       orvane::ToolErrors) -> orvane::ToolResult {
         if (tool == "/usr/sbin/purge") throw orvane::OVError(std::string(512 * 1024, 'e'));  // more than a socket holds
         std::this_thread::sleep_for(600ms);

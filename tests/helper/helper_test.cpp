@@ -12,7 +12,7 @@
 
 #include "core/common/json_files.hpp"
 #include "core/privileged/wire.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 #include "helper/helper_log.hpp"
 
 #include "tests/support/temp_dir.hpp"
@@ -36,7 +36,7 @@ protected:
             if (u == 4'000'000) return std::nullopt;
             return root_;
         };
-        settings.operations.runSplit = [this](const std::string& tool, const std::vector<std::string>&, double, bool,
+        settings.operations.facts.run = [this](const std::string& tool, const std::vector<std::string>&, double, bool,
                                               ToolErrors) {
             ranTools_.push_back(tool);
             return ToolResult{{"tool says no"}, {}, false, 1};
@@ -188,7 +188,7 @@ TEST_F(Road, AFailureTooLongForAFrameIsToldInASentence) {
         HelperSettings settings;
         settings.logPath = log_;
         settings.homeOf = [this](std::uint32_t) { return std::optional<std::string>(root_); };
-        settings.operations.runSplit = [&](const std::string&, const std::vector<std::string>&, double, bool,
+        settings.operations.facts.run = [&](const std::string&, const std::vector<std::string>&, double, bool,
                                            ToolErrors) -> ToolResult { throw OVError(std::string(c.length, 'e')); };
         fs::remove(log_);
         auto reply = Helper(static_cast<std::uint32_t>(getuid()), settings).perform(R"({"thinSnapshots":{}})");

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/privileged/validation.hpp"
+#include "core/common/facts.hpp"
 
 namespace orvane::testing {
 
@@ -33,23 +33,25 @@ public:
         return *this;
     }
 
-    DiskFacts facts() const {
-        DiskFacts facts{
-            [this](const std::string& p) -> std::optional<platform::FileFacts> {
-                auto it = entries_.find(resolveParents(p));
-                if (it == entries_.end()) return std::nullopt;
-                return it->second;
-            },
-            [this](const std::string& p) { return exists(resolveParents(p), 0); },
-            [this](const std::string& p) -> std::optional<std::string> {
-                if (!exists(resolveParents(p), 0)) return std::nullopt;
-                std::string best = "/";
-                for (const auto& m : mounts_)
-                    if ((p == m || p.starts_with(m + "/")) && m.size() > best.size()) best = m;
-                return best;
-            },
-            // Laid out like macOS, this disk has /private, so paths are walked as they are.
-            [](std::string_view p) { return std::string(p); }};
+    // Only what validation asks; everything else of the world is absent.
+    Facts facts() const {
+        Facts facts;
+        facts.lstat = [this](const std::string& p) -> std::optional<platform::FileFacts> {
+            auto it = entries_.find(resolveParents(p));
+            if (it == entries_.end()) return std::nullopt;
+            return it->second;
+        };
+        facts.exists = [this](const std::string& p) { return exists(resolveParents(p), 0); };
+        facts.mount = [this](const std::string& p) -> std::optional<platform::MountFacts> {
+            if (!exists(resolveParents(p), 0)) return std::nullopt;
+            std::string best = "/";
+            for (const auto& m : mounts_)
+                if ((p == m || p.starts_with(m + "/")) && m.size() > best.size()) best = m;
+            return platform::MountFacts{best, "apfs", ""};
+        };
+        // Laid out like macOS, this disk has /private, so paths are walked as they are.
+        facts.walkable = [](std::string_view p) { return std::string(p); };
+        facts.isAdministrator = [](std::uint32_t) { return false; };
         facts.rules = RuleSet::macOS;
         if (linux_) {
             facts.rules = RuleSet::withLinuxAdditions;

@@ -72,7 +72,7 @@ TEST(HostileRequests, NoOrdinaryUserReachesWhatRootOwns) {
     write(home + "/mine", "mine", 0644, kNobody);
     write(home + "/staged", "staged", 0644, kNobody);
 
-    DiskFacts facts = DiskFacts::real();
+    Facts facts = Facts::real();
     facts.isAdministrator = [](std::uint32_t uid) { return uid == kAdministrator; };
     auto send = [&](const PrivilegedOperation& operation, std::uint32_t uid) -> std::optional<R> {
         auto refusal = validate(operation, home, uid, facts);

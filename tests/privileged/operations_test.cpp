@@ -35,15 +35,13 @@ struct FakeTools {
     OperationContext context(std::uint32_t uid = 501) {
         OperationContext c;
         c.callerUID = uid;
-        c.runSplit = [this](const std::string& tool, const std::vector<std::string>& args, double, bool,
-                            ToolErrors errors) {
+        c.facts.run = [this](const std::string& tool, const std::vector<std::string>& args, double, bool,
+                             ToolErrors errors) {
+            calls.push_back({tool, args});
+            // launchctl is only asked for its status; every other tool's words go into the failure text.
+            if (tool == kLaunchTool) return ToolResult{{}, {}, false, 0};
             EXPECT_EQ(errors, ToolErrors::merged);
-            calls.push_back({tool, args});
             return answer(calls.back());
-        };
-        c.runStatus = [this](const std::string& tool, const std::vector<std::string>& args) {
-            calls.push_back({tool, args});
-            return 0;
         };
         return c;
     }
@@ -334,11 +332,11 @@ TEST(Operations, TrashedAppsOfTheCaller) {
     fs::create_directories(home + "/.Trash/Old.app/Contents");
     OperationContext c;
     c.callerUID = getuid();
-    c.homeOf = [&](std::uint32_t) { return std::optional<std::string>(home); };
+    c.callerHome = home;
     EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "");
     EXPECT_FALSE(fs::exists(home + "/.Trash/Old.app"));
     EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "Old.app: it's no longer in the Trash");
-    c.homeOf = [](std::uint32_t) { return std::optional<std::string>(); };
+    c.callerHome.clear();
     EXPECT_EQ(failureOf(op::DeleteTrashedApp{"Old.app"}, c), "no home for the caller");
 }
 

@@ -53,7 +53,7 @@ struct OpCase {
     std::optional<R> expected;
 };
 
-void expectAll(const std::vector<OpCase>& cases, const DiskFacts& disk) {
+void expectAll(const std::vector<OpCase>& cases, const Facts& disk) {
     for (const auto& c : cases) {
         auto got = validate(c.operation, kHome, c.uid, disk);
         EXPECT_EQ(got, c.expected) << c.operation.description() << " uid "

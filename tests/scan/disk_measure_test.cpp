@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "core/common/json_files.hpp"
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 #include "tests/support/temp_dir.hpp"
 

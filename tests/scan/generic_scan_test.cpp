@@ -86,8 +86,8 @@ TEST_F(ScanTree, CategoriesBelowTheDatedTop) {
     const auto oldBin = file("docs/old.bin", 20 * MiB, 100);
     const auto offloaded = file("Offloaded/movie.txt", 20 * MiB, 400);
 
-    GenericScanTools apfs;
-    apfs.fileSystemType = [](const std::string&) { return std::string("apfs"); };
+    Facts apfs = Facts::real();
+    apfs.mount = [](const std::string&) { return platform::MountFacts{"/", "apfs", ""}; };
     auto onAPFS = buildGenericScanDump(scope::Folder{root_}, false, ScanPrivilege::standard, 501, apfs);
     const std::string label = lastPathComponent(root_);
     ASSERT_TRUE(find(onAPFS, coldText));
@@ -111,8 +111,8 @@ TEST_F(ScanTree, CategoriesBelowTheDatedTop) {
     EXPECT_FALSE(find(onAPFS, coldText)->lastUsed);
 
     // The same cold text on a file system that cannot compress in place is simply old.
-    GenericScanTools exfat;
-    exfat.fileSystemType = [](const std::string&) { return std::string("exfat"); };
+    Facts exfat = Facts::real();
+    exfat.mount = [](const std::string&) { return platform::MountFacts{"/", "exfat", ""}; };
     const auto onExFAT = buildGenericScanDump(scope::Folder{root_}, false, ScanPrivilege::standard, 501, exfat);
     EXPECT_EQ(find(onExFAT, coldText)->category, catOld);
 }
@@ -131,7 +131,7 @@ TEST_F(ScanTree, TheBiggestAreDatedAndBecomeLargestFiles) {
     EXPECT_EQ(f->note.find("days ago"), std::string::npos);  // under 31 days: no count
 
     // With metadata dates: the metadata tool is asked, and a later use wins.
-    GenericScanTools tools;
+    Facts tools = Facts::real();
     std::vector<std::string> asked;
     tools.run = [&](const std::string& tool, const std::vector<std::string>& args, double timeout, bool nul,
                     ToolErrors errors) {
@@ -178,7 +178,7 @@ TEST_F(ScanTree, BoundsAndPartialScans) {
     EXPECT_EQ(big, 150u);
 
     // A find that ran out of time: what it printed is the scan.
-    GenericScanTools slow;
+    Facts slow = Facts::real();
     slow.run = [&](const std::string& tool, const std::vector<std::string>& args, double timeout, bool nul,
                    ToolErrors errors) {
         if (tool == "/usr/bin/find") {
@@ -214,9 +214,15 @@ TEST_F(ScanTree, TheVolumesTrash) {
     const auto otherUser = buildGenericScanDump(scope::Volume{root_, "Drive"}, false, ScanPrivilege::standard, 502);
     EXPECT_FALSE(find(otherUser, root_ + "/.Trashes/502"));
 
-    GenericScanTools unmeasured;
+    // du says nothing there, or cannot measure.
+    Facts unmeasured = Facts::real();
     for (std::int64_t size : {0, -1}) {
-        unmeasured.trashSize = [size](const std::string&) { return size; };
+        unmeasured.run = [size](const std::string& tool, const std::vector<std::string>& args, double timeout,
+                                bool nul, ToolErrors errors) {
+            if (tool != "/usr/bin/du") return runToolSplit(tool, args, timeout, nul, errors);
+            if (size < 0) return ToolResult{};
+            return ToolResult{{"0\t" + args.back()}, {}, false, 0};
+        };
         EXPECT_TRUE(buildGenericScanDump(scope::Volume{root_, "Drive"}, false, ScanPrivilege::standard, 501, unmeasured)
                         .items.empty());
     }

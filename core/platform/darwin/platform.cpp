@@ -33,6 +33,7 @@ FileFacts factsOf(const struct stat& st) {
     facts.size = st.st_size;
     facts.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
     facts.modifiedSeconds = st.st_mtimespec.tv_sec;
+    facts.accessedSeconds = st.st_atimespec.tv_sec;
     facts.flags = st.st_flags;
     return facts;
 }

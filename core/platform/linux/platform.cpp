@@ -31,6 +31,7 @@ FileFacts factsOf(const struct stat& st) {
     facts.size = st.st_size;
     facts.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
     facts.modifiedSeconds = st.st_mtim.tv_sec;
+    facts.accessedSeconds = st.st_atim.tv_sec;
     facts.flags = 0;  // Linux has no st_flags; no file is restricted, undeletable or compressed
     return facts;
 }

@@ -1,6 +1,6 @@
 // The runner against real programs: floods, stubborn tools, grandchildren that keep the pipe,
 // bytes that are not text.
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "core/scan/tool_runner.hpp"
+#include "core/common/tool_runner.hpp"
 
 #include <fcntl.h>
 #include <poll.h>

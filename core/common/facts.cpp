@@ -1,0 +1,49 @@
+#include "core/common/facts.hpp"
+
+#include <sys/statvfs.h>
+
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+#include "core/common/path.hpp"
+
+namespace orvane {
+
+const Facts& Facts::real() {
+    static const Facts facts = [] {
+        Facts f;
+        f.run = runToolSplit;
+        f.exists = fileExists;
+        f.list = [](const std::string& path) { return listFolder(path); };
+        f.read = [](const std::string& path, std::uint64_t maxBytes) { return readFile(path, maxBytes); };
+        f.resolve = [](const std::string& path) -> std::optional<std::string> {
+            std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+            if (!resolved) return std::nullopt;
+            return std::string(resolved.get());
+        };
+        f.lstat = platform::lstatFacts;
+        f.home = [](std::string_view component) { return orvane::home(component); };
+        f.mount = platform::mountOf;
+        f.capacity = [](const std::string& path) -> std::optional<VolumeCapacity> {
+            struct statvfs vfs{};
+            if (::statvfs(path.c_str(), &vfs) != 0) return std::nullopt;
+            const auto unit = static_cast<std::int64_t>(vfs.f_frsize);
+            return VolumeCapacity{static_cast<std::int64_t>(vfs.f_bavail) * unit,
+                                  static_cast<std::int64_t>(vfs.f_blocks) * unit};
+        };
+        f.walkable = platform::walkablePath;
+        f.isAdministrator = platform::isAdministrator;
+        f.now = [] { return Clock::now(); };
+        f.rules = kHostRuleSet;
+        f.namesAreNormalized = platform::namesAreNormalized();
+        return f;
+    }();
+    return facts;
+}
+
+std::int32_t runStatusThrough(const Facts& facts, const std::string& tool, const std::vector<std::string>& args) {
+    return facts.run(tool, args, std::numeric_limits<double>::infinity(), false, ToolErrors::discarded).status;
+}
+
+}  // namespace orvane
