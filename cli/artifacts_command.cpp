@@ -1,15 +1,11 @@
 // orvane artifacts: the rebuildable folders of the projects under a folder, what brings each
 // back, its size, and whether version control lets it be offered for removal.
-#include <unistd.h>
-
 #include <algorithm>
-#include <iostream>
 
-#include "cli/context.hpp"
+#include "cli/command.hpp"
 #include "core/cleanup/artifact_finder.hpp"
 #include "core/common/byte_counts.hpp"
 #include "core/common/format.hpp"
-#include "core/platform/platform.hpp"
 
 namespace orvane::cli {
 namespace {
@@ -17,10 +13,6 @@ namespace {
 // A home full of node_modules can take minutes for du; an hour means something is wrong.
 constexpr double kDuTimeout = 3600;
 
-struct ArtifactsOptions {
-    std::string path;
-    bool json = false;
-};
 
 struct Row {
     ArtifactFinding finding;
@@ -50,45 +42,24 @@ std::string gitWord(const SweepGitState& state) {
     return "unknown";
 }
 
-class Progress {
-public:
-    explicit Progress(bool on) : on_(on) {}
-    void say(const std::string& text) {
-        if (on_) std::cerr << "\r\033[K" << text << std::flush;
-    }
-    void clear() { say(""); }
-
-private:
-    bool on_;
-};
-
-int runArtifacts(const ArtifactsOptions& options) {
-    const std::string root = absolutePath(options.path);
-    auto facts = platform::lstatFacts(root);
-    if (!facts) {
-        printError("There is nothing at " + root + ".");
-        return kBadInput;
-    }
-    if (facts->isSymlink()) {
-        printError(root + " is a shortcut; give the folder it points to, since the walk follows no shortcut.");
-        return kBadInput;
-    }
-    if (!facts->isDirectory()) {
-        printError(root + " is not a folder.");
-        return kBadInput;
-    }
-
-    Progress progress(!options.json && ::isatty(STDERR_FILENO));
+Result runArtifacts(const std::string& path, const Invocation& in) {
+    const std::string root = absolutePath(path);
+    auto entry = in.facts.lstat(root);
+    if (!entry) throw OVError("There is nothing at " + root + ".");
+    if (entry->isSymlink())
+        throw OVError(root + " is a shortcut; give the folder it points to, since the walk follows no shortcut.");
+    if (!entry->isDirectory()) throw OVError(root + " is not a folder.");
+    Progress& progress = in.progress;
     // du measures each folder while the walk goes on; what is left is measured at its end.
     auto measured = findAndMeasureProjectArtifacts(root, {}, [&](std::int64_t folders, std::size_t found) {
-        progress.say("Looking through folders: " + std::to_string(folders) + ", rebuildable folders found: " +
+        progress.show("Looking through folders: " + std::to_string(folders) + ", rebuildable folders found: " +
                      std::to_string(found) + "…");
     }, kDuTimeout);
     const auto& walk = measured.walk;
 
     std::vector<std::string> paths;
     for (const auto& a : walk.artifacts) paths.push_back(a.path);
-    progress.say("Asking git about " + std::to_string(paths.size()) + " folders…");
+    progress.show("Asking git about " + std::to_string(paths.size()) + " folders…");
     const auto states = sweepGitStates(paths);
     progress.clear();
 
@@ -106,7 +77,8 @@ int runArtifacts(const ArtifactsOptions& options) {
         else offeredBytes = addBytesOrUnknown(offeredBytes, row.bytes);
     }
 
-    if (options.json) {
+    Result result;
+    {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         for (const auto& row : rows) {
             list.push_back({{"path", row.finding.path},
@@ -130,48 +102,46 @@ int runArtifacts(const ArtifactsOptions& options) {
         out["offeredBytes"] = offeredBytes < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(offeredBytes);
         out["offeredSize"] = offeredBytes < 0 ? std::string("unknown") : fmtBytes(offeredBytes);
         out["offeredOfUnknownSize"] = offeredUnknown;
-        printJSON(out);
-        return kDone;
+        result.json = std::move(out);
     }
 
     if (rows.empty()) {
-        printLine("No rebuildable folders under " + root + ".");
+        result.line("No rebuildable folders under " + root + ".");
     } else {
-        printLine("Rebuildable folders under " + root + ", largest first:");
+        result.line("Rebuildable folders under " + root + ", largest first:");
         for (const auto& row : rows) {
-            printLine("");
-            printLine((row.bytes < 0 ? std::string("unknown size") : fmtBytes(row.bytes)) + "  " + row.finding.path);
-            printLine("  " + row.finding.rule.what + "; brought back by " + row.finding.rule.rebuild + ".");
-            printLine("  May be offered: " + offerText(row.git) + ".");
+            result.line("");
+            result.line((row.bytes < 0 ? std::string("unknown size") : fmtBytes(row.bytes)) + "  " + row.finding.path);
+            result.line("  " + row.finding.rule.what + "; brought back by " + row.finding.rule.rebuild + ".");
+            result.line("  May be offered: " + offerText(row.git) + ".");
         }
-        printLine("");
+        result.line("");
     }
     if (!walk.complete)
-        printLine("The walk stopped at its limit after " + std::to_string(walk.foldersVisited) +
+        result.line("The walk stopped at its limit after " + std::to_string(walk.foldersVisited) +
                   " folders, so there may be more than these.");
     std::string total = "May be offered: " + std::to_string(offeredCount) + " of " + std::to_string(rows.size()) +
                         (rows.size() == 1 ? " folder, " : " folders, ") +
                         (offeredBytes < 0 ? std::string("unknown") : fmtBytes(offeredBytes)) + " in all";
     if (offeredUnknown > 0) total += " (" + std::to_string(offeredUnknown) + " of unknown size not counted)";
-    printLine(total + ".");
-    return kDone;
+    result.line(total + ".");
+    return result;
 }
 
 }  // namespace
 
-void addArtifactsCommand(CLI::App& app, Context& context) {
-    auto options = std::make_shared<ArtifactsOptions>();
-    auto* artifacts = app.add_subcommand(
+void addArtifactsCommand(Registry& registry) {
+    auto path = std::make_shared<std::string>();
+    auto* artifacts = registry.add(
         "artifacts",
         "List the folders under PATH that a build brings back: node_modules beside a package.json, target beside "
         "a Cargo.toml, .venv beside a pyproject.toml, build beside a CMakeLists.txt, and so on. Each comes with "
         "what it is, what rebuilds it, its size as du counts it, and whether it may be offered for removal: never "
         "when git holds files of it. Largest first; the total that may be offered comes last. The walk follows no "
         "shortcut, stays on one file system, does not enter hidden folders or installed packages, and stops after "
-        "a million folders. Nothing is deleted.");
-    artifacts->add_option("PATH", options->path, "The folder to look through")->required();
-    artifacts->add_flag("--json", options->json, "Print the result as JSON");
-    artifacts->callback([options, &context] { context.exitCode = runArtifacts(*options); });
+        "a million folders. Nothing is deleted.",
+        [path](const Invocation& in) { return runArtifacts(*path, in); });
+    artifacts->add_option("PATH", *path, "The folder to look through")->required();
 }
 
 }  // namespace orvane::cli

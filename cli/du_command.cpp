@@ -1,11 +1,6 @@
 // orvane du: sizes as du measures them, and what du could not read.
-#include <unistd.h>
-
-#include <iostream>
-
-#include "cli/context.hpp"
+#include "cli/command.hpp"
 #include "core/common/format.hpp"
-#include "core/common/path.hpp"
 #include "core/scan/disk_measure.hpp"
 
 namespace orvane::cli {
@@ -14,55 +9,42 @@ namespace {
 // A whole home folder can take minutes; beyond an hour something is wrong with the disk.
 constexpr double kDuTimeout = 3600;
 
-struct DuOptions {
+Result runDu(const std::vector<std::string>& typed, const Invocation& in) {
     std::vector<std::string> paths;
-    bool json = false;
-};
+    for (const auto& p : typed) paths.push_back(absolutePath(p));
+    in.progress.show("Measuring " + counted(static_cast<std::int64_t>(paths.size()), "path") + " with du…");
+    const auto batch = duBatchMeasure(paths, kDuTimeout, in.facts);
 
-int runDu(const DuOptions& options) {
-    std::vector<std::string> paths;
-    for (const auto& p : options.paths) paths.push_back(absolutePath(p));
-
-    const bool showProgress = !options.json && ::isatty(STDERR_FILENO);
-    if (showProgress) std::cerr << "Measuring " << paths.size() << (paths.size() == 1 ? " path" : " paths") << " with du…" << std::flush;
-    auto batch = duBatchMeasure(paths, kDuTimeout);
-    if (showProgress) std::cerr << "\r\033[K" << std::flush;
-
+    Result result;
     bool allMeasured = true;
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     for (const auto& path : paths) {
         const std::int64_t bytes = batch.sizes.count(path) ? batch.sizes.at(path) : -1;
         allMeasured = allMeasured && bytes >= 0;
-        const std::string size = bytes < 0 ? "unknown" : fmtBytes(bytes);
-        if (options.json) rows.push_back({{"path", path}, {"bytes", bytes}, {"size", size}});
-        else printLine(path + ": " + size);
+        rows.push_back({{"path", path}, {"bytes", bytes}, {"size", sizeText(bytes)}});
+        result.line(path + ": " + sizeText(bytes));
     }
-    if (options.json) {
-        nlohmann::ordered_json out;
-        out["paths"] = std::move(rows);
-        out["denied"] = batch.denied;
-        out["allMeasured"] = allMeasured;
-        printJSON(out);
-    } else if (!batch.denied.empty()) {
-        printLine("");
-        printLine("Not counted: du was not allowed to read these folders, so the sizes above leave them out.");
-        for (const auto& folder : batch.denied) printLine("  " + folder);
+    if (!batch.denied.empty()) {
+        result.line();
+        result.line("Not counted: du was not allowed to read these folders, so the sizes above leave them out.");
+        for (const auto& folder : batch.denied) result.line("  " + folder);
     }
-    return allMeasured ? kDone : kRefused;
+    result.json = {{"paths", std::move(rows)}, {"denied", batch.denied}, {"allMeasured", allMeasured}};
+    result.status = allMeasured ? kDone : kRefused;
+    return result;
 }
 
 }  // namespace
 
-void addDuCommand(CLI::App& app, Context& context) {
-    auto options = std::make_shared<DuOptions>();
-    auto* du = app.add_subcommand(
+void addDuCommand(Registry& registry) {
+    auto paths = std::make_shared<std::vector<std::string>>();
+    auto* du = registry.add(
         "du",
         "Measure the disk space each PATH takes, as du counts it (allocated bytes, one file system). "
         "A size that could not be measured is \"unknown\", never zero. Folders du could not read are "
-        "listed as not counted. Exit 0 when every path was measured, 1 when one is unknown.");
-    du->add_option("PATH", options->paths, "Files or folders to measure")->required();
-    du->add_flag("--json", options->json, "Print the result as JSON");
-    du->callback([options, &context] { context.exitCode = runDu(*options); });
+        "listed as not counted. Exit 0 when every path was measured, 1 when one is unknown.",
+        [paths](const Invocation& in) { return runDu(*paths, in); });
+    du->add_option("PATH", *paths, "Files or folders to measure")->required();
 }
 
 }  // namespace orvane::cli

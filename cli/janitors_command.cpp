@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "cli/context.hpp"
+#include "cli/command.hpp"
+#include "core/common/text.hpp"
 #include "core/cleanup/vendor_janitors.hpp"
 #include "core/common/byte_counts.hpp"
 #include "core/common/path.hpp"
@@ -19,10 +20,8 @@ constexpr double kJanitorTimeout = 3600;
 constexpr double kMeasureTimeout = 600;
 
 struct JanitorsOptions {
-    bool json = false;
     std::string runID;
     bool yes = false;
-    bool runJSON = false;
 };
 
 std::string commandLine(const std::string& binary, const std::vector<std::string>& args) {
@@ -31,40 +30,37 @@ std::string commandLine(const std::string& binary, const std::vector<std::string
     return line;
 }
 
-int listJanitors(const JanitorsOptions& options) {
-    const bool progress = !options.json && ::isatty(STDERR_FILENO);
-    if (progress) std::cerr << "Checking which janitors' tools are installed and run…" << std::flush;
+Result listJanitors(const Invocation& in) {
+    in.progress.show("Checking which janitors' tools are installed and run…");
     const auto found = detectVendorTools();
-    if (progress) std::cerr << "\r\033[K" << std::flush;
+    in.progress.clear();
 
-    if (options.json) {
-        nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const auto& [tool, path] : found) {
-            std::vector<std::string> command = {path};
-            command.insert(command.end(), tool.args.begin(), tool.args.end());
-            list.push_back({{"id", tool.id},
-                            {"title", tool.title},
-                            {"path", path},
-                            {"command", command},
-                            {"note", tool.note},
-                            {"removesStoppedContainers", tool.removesStoppedContainers}});
-        }
-        printJSON({{"janitors", std::move(list)}});
-        return kDone;
+    Result result;
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const auto& [tool, path] : found) {
+        std::vector<std::string> command = {path};
+        command.insert(command.end(), tool.args.begin(), tool.args.end());
+        list.push_back({{"id", tool.id},
+                        {"title", tool.title},
+                        {"path", path},
+                        {"command", command},
+                        {"note", tool.note},
+                        {"removesStoppedContainers", tool.removesStoppedContainers}});
     }
+    result.json = {{"janitors", std::move(list)}};
     if (found.empty()) {
-        printLine("No janitor's tool is installed and working on this machine.");
-        return kDone;
+        result.line("No janitor's tool is installed and working on this machine.");
+        return result;
     }
     for (const auto& [tool, path] : found) {
-        printLine(tool.title + " (" + tool.id + ")");
-        printLine("  tool:   " + path);
-        printLine("  cleans: " + commandLine(path, tool.args));
-        printLine("  " + tool.note);
-        printLine("");
+        result.line(tool.title + " (" + tool.id + ")");
+        result.line("  tool:   " + path);
+        result.line("  cleans: " + commandLine(path, tool.args));
+        result.line("  " + tool.note);
+        result.line();
     }
-    printLine("Run one with: orvane janitors run ID");
-    return kDone;
+    result.line("Run one with: orvane janitors run ID");
+    return result;
 }
 
 // The sizes of the cache folders this janitor empties; -1 when one could not be measured.
@@ -80,53 +76,48 @@ std::int64_t cacheBytes(const std::vector<std::string>& folders) {
     return total;
 }
 
+// The one exchange with a person in the middle of a command, so it is written as it happens.
 bool confirmed(const JanitorConfirmation& confirmation) {
-    printLine(confirmation.title);
-    printLine("");
-    printLine(confirmation.message);
-    printLine("");
-    std::cout << "Go ahead? [y/N] " << std::flush;
+    std::cout << escapeControlCharacters(confirmation.title) << "\n\n"
+              << escapeControlCharacters(confirmation.message) << "\n\nGo ahead? [y/N] " << std::flush;
     std::string answer;
     if (!std::getline(std::cin, answer)) return false;
     return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
-int runJanitor(const JanitorsOptions& options) {
+Result runJanitor(const JanitorsOptions& options, const Invocation& in) {
     const auto& table = vendorToolTable();
     auto row = std::find_if(table.begin(), table.end(), [&](const VendorTool& t) { return t.id == options.runID; });
-    if (row == table.end()) {
-        printError("No janitor is called \"" + options.runID + "\"; orvane janitors lists the ones here.");
-        return kBadInput;
-    }
+    if (row == table.end())
+        throw OVError("No janitor is called \"" + options.runID + "\"; orvane janitors lists the ones here.");
     // Asked before anything runs, even the harmless preflight.
-    if (!options.yes && options.runJSON) {
-        printError("With --json, give --yes: the confirmation cannot be asked in JSON output.");
-        return kBadInput;
-    }
-    if (!options.yes && !::isatty(STDIN_FILENO)) {
-        printError("Nothing was run: confirm on a terminal, or give --yes.");
-        return kBadInput;
-    }
+    if (!options.yes && in.json) throw OVError("With --json, give --yes: the confirmation cannot be asked in JSON output.");
+    if (!options.yes && !in.facts.recorded && !::isatty(STDIN_FILENO))
+        throw OVError("Nothing was run: confirm on a terminal, or give --yes.");
     const auto found = detectVendorTools({*row});
+    Result result;
     if (found.empty()) {
-        printError("The " + row->title + " janitor's tool is not installed here, or it did not pass its harmless run (" +
-                   commandLine(lastPathComponent(row->candidates.front()), row->preflightArgs) + ").");
-        return kRefused;
+        result.status = kRefused;
+        result.notes.push_back("The " + row->title + " janitor's tool is not installed here, or it did not pass its "
+                               "harmless run (" +
+                               commandLine(lastPathComponent(row->candidates.front()), row->preflightArgs) + ").");
+        result.json = {{"id", row->id}, {"done", false}};
+        return result;
     }
     const VendorTool& tool = found.front().tool;
     const std::string& binary = found.front().path;
+    if (in.facts.recorded) return nothingChangedOnARecording({"Would run " + commandLine(binary, tool.args) + "."});
 
     if (!options.yes && !confirmed(vendorJanitorConfirmation(tool, binary))) {
-        printLine("Nothing was run.");
-        return kRefused;
+        result.status = kRefused;
+        result.line("Nothing was run.");
+        result.json = {{"id", tool.id}, {"done", false}};
+        return result;
     }
 
     const auto folders = vendorJanitorCachePaths(tool.id);
     const std::int64_t before = cacheBytes(folders);
-    if (!options.runJSON) {
-        printLine("Running " + commandLine(binary, tool.args) + " …");
-        std::cout << std::flush;
-    }
+    if (!in.json) std::cout << escapeControlCharacters("Running " + commandLine(binary, tool.args) + " …") << std::endl;
     const ToolRun run = runVendorJanitor(tool, binary, kJanitorTimeout);
     const std::int64_t after = cacheBytes(folders);
     const JanitorSpaceClaim claim = before > 0 && after >= 0 && before > after
@@ -140,7 +131,7 @@ int runJanitor(const JanitorsOptions& options) {
     else if (run.status < 0) message = "✗ " + tool.title + "'s cleanup could not be started.";
     else message = "✗ " + tool.title + "'s cleanup ended with status " + std::to_string(run.status) + ".";
 
-    if (options.runJSON) {
+    {
         nlohmann::ordered_json out;
         out["id"] = tool.id;
         out["path"] = binary;
@@ -150,40 +141,36 @@ int runJanitor(const JanitorsOptions& options) {
         out["done"] = done;
         out["approximateBytes"] = claim.bytes() ? nlohmann::ordered_json(*claim.bytes()) : nullptr;
         out["message"] = message;
-        printJSON(out);
-    } else {
-        for (const auto& line : run.lines) printLine("  " + line);
-        printLine(message);
+        result.json = std::move(out);
     }
-    return done ? kDone : kRefused;
+    for (const auto& line : run.lines) result.line("  " + line);
+    result.line(message);
+    result.status = done ? kDone : kRefused;
+    return result;
 }
 
 }  // namespace
 
-void addJanitorsCommand(CLI::App& app, Context& context) {
+void addJanitorsCommand(Registry& registry) {
     auto options = std::make_shared<JanitorsOptions>();
-    auto* janitors = app.add_subcommand(
+    auto* janitors = registry.add(
         "janitors",
         "List the janitors usable here: developer tools with their own clean-up command (Homebrew, Docker, npm, "
         "pip, Go, ...) that are installed and pass a harmless run such as --version. Each shows the tool's path "
         "and the command that would clean. Nothing is run but those harmless runs; `orvane janitors run ID` runs "
-        "one clean-up.");
-    janitors->add_flag("--json", options->json, "Print the list as JSON");
+        "one clean-up.",
+        listJanitors);
 
-    auto* run = janitors->add_subcommand(
-        "run",
+    auto* run = registry.add(
+        *janitors, "run",
         "Run janitor ID's own clean-up command, after showing what it does and asking for confirmation on a "
         "terminal. It deletes permanently: the tool does the removing, and nothing goes to the Trash. Exit 0 when "
         "the tool reported success, 1 when it failed or the answer was no, 2 when there was nothing to confirm "
-        "on and --yes was not given.");
+        "on and --yes was not given. --json needs --yes.",
+        [options](const Invocation& in) { return runJanitor(*options, in); });
     run->add_option("ID", options->runID, "The janitor's id, as orvane janitors lists it (npm, brew, docker, ...)")
         ->required();
     run->add_flag("--yes", options->yes, "Run without asking");
-    run->add_flag("--json", options->runJSON, "Print the result as JSON (needs --yes)");
-
-    janitors->callback([options, run, &context] {
-        context.exitCode = run->parsed() ? runJanitor(*options) : listJanitors(*options);
-    });
 }
 
 }  // namespace orvane::cli

@@ -1,7 +1,7 @@
 // orvane repair, history and moves: crash repair, the action log and the relocations on record.
 #include <algorithm>
 
-#include "cli/context.hpp"
+#include "cli/command.hpp"
 #include "core/common/byte_counts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/json_files.hpp"
@@ -12,46 +12,48 @@
 namespace orvane::cli {
 namespace {
 
-int runRepair(bool json) {
+// The ledger of a recorded Mac is not this machine's, and its repair would write: these commands
+// speak only of this machine's.
+void onlyThisMachine(const Invocation& in, std::string_view command) {
+    if (in.facts.recorded)
+        throw OVError("orvane " + std::string(command) + " reads this machine's ledger, not a recorded Mac's.");
+}
+
+Result runRepair(const Invocation& in) {
+    if (in.facts.recorded)
+        return nothingChangedOnARecording({"Would finish or undo what interrupted work left, as its journals say."});
     const auto messages = Ledger::repairInterrupted();
     Ledger::flush();  // the REPAIR lines are on disk before the program ends
-    if (json) {
-        printJSON({{"messages", messages}});
-    } else if (messages.empty()) {
-        printLine("Nothing to repair.");
-    } else {
-        for (const auto& message : messages) printLine(message);
-    }
-    return kDone;
+    Result result;
+    result.json = {{"messages", messages}};
+    if (messages.empty()) result.line("Nothing to repair.");
+    for (const auto& message : messages) result.line(message);
+    return result;
 }
 
 struct HistoryOptions {
     std::string since;
     bool all = false;
-    bool json = false;
 };
 
-int runHistory(const HistoryOptions& options) {
+Result runHistory(const HistoryOptions& options, const Invocation& in) {
+    onlyThisMachine(in, "history");
     std::optional<TimePoint> since;
     if (!options.since.empty()) {
         since = parseISO8601(options.since);
-        if (!since) {
-            printError("\"" + options.since + "\" is not an ISO 8601 date such as 2026-01-31T12:00:00Z.");
-            return kBadInput;
-        }
+        if (!since) throw OVError("\"" + options.since + "\" is not an ISO 8601 date such as 2026-01-31T12:00:00Z.");
     }
     const auto lines = foldActionLog(options.all ? Ledger::wholeLog() : Ledger::actions(since));
-    if (options.json) {
-        printJSON({{"lines", lines}});
-    } else if (lines.empty()) {
-        printLine(since ? "Nothing was logged after " + iso8601(*since) + "." : std::string("The action log is empty."));
-    } else {
-        for (const auto& line : lines) printLine(line);
-    }
-    return kDone;
+    Result result;
+    result.json = {{"lines", lines}};
+    if (lines.empty())
+        result.line(since ? "Nothing was logged after " + iso8601(*since) + "." : std::string("The action log is empty."));
+    for (const auto& line : lines) result.line(line);
+    return result;
 }
 
-int runMoves(bool json) {
+Result runMoves(const Invocation& in) {
+    onlyThisMachine(in, "moves");
     auto moves = Ledger::loadMoves();
     std::stable_sort(moves.begin(), moves.end(), [](const MoveRecord& a, const MoveRecord& b) { return a.date > b.date; });
     // Each record holds at most kMaxByteCount, but many of them can still add up past 64 bits.
@@ -59,67 +61,56 @@ int runMoves(bool json) {
     for (const auto& move : moves)
         if (move.bytes > 0) total = addBytesOrUnknown(total, move.bytes);
 
-    if (json) {
-        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-        for (const auto& move : moves) {
-            // The record's own form, with its date readable and its size in words.
-            nlohmann::ordered_json row = JSONCoding<MoveRecord>::encode(move);
-            row["date"] = iso8601(move.date);
-            row["size"] = fmtBytes(move.bytes);
-            rows.push_back(std::move(row));
-        }
-        printJSON({{"moves", std::move(rows)},
-                   {"totalBytes", total < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(total)}});
-        return kDone;
+    Result result;
+    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+    for (const auto& move : moves) {
+        // The record's own form, with its date readable and its size in words.
+        nlohmann::ordered_json row = JSONCoding<MoveRecord>::encode(move);
+        row["date"] = iso8601(move.date);
+        row["size"] = fmtBytes(move.bytes);
+        rows.push_back(std::move(row));
     }
+    result.json = {{"moves", std::move(rows)},
+                   {"totalBytes", total < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(total)}};
     if (moves.empty()) {
-        printLine("No moves on record.");
-        return kDone;
+        result.line("No moves on record.");
+        return result;
     }
     for (const auto& move : moves) {
-        printLine(fmtDate(move.date) + "  " + move.title + " (" + fmtBytes(move.bytes) + ")");
-        printLine("    " + move.src + (move.symlinked ? " -> " : " moved to ") + move.dst);
+        result.line(fmtDate(move.date) + "  " + move.title + " (" + fmtBytes(move.bytes) + ")");
+        result.line("    " + move.src + (move.symlinked ? " -> " : " moved to ") + move.dst);
     }
-    printLine(std::to_string(moves.size()) + (moves.size() == 1 ? " move, " : " moves, ") +
-              (total < 0 ? std::string("unknown") : fmtBytes(total)) + " in all.");
-    return kDone;
+    result.line(counted(static_cast<std::int64_t>(moves.size()), "move") + ", " + sizeText(total) + " in all.");
+    return result;
 }
 
 }  // namespace
 
-void addRepairCommand(CLI::App& app, Context& context) {
-    auto json = std::make_shared<bool>(false);
-    auto* repair = app.add_subcommand(
-        "repair",
-        "Finish or undo what an interrupted compaction, compression, dedupe or move left on disk, "
-        "judging by what is really there, and print one sentence per repair (\"Nothing to repair.\" "
-        "when there was none). The front end runs this at launch, before anything else touches the "
-        "disk. A move whose drive is away stays pending and is retried next time. Exit 0.");
-    repair->add_flag("--json", *json, "Print {\"messages\": [...]}");
-    repair->callback([json, &context] { context.exitCode = runRepair(*json); });
-}
+void addLedgerCommands(Registry& registry) {
+    registry.add("repair",
+                 "Finish or undo what an interrupted compaction, compression, dedupe or move left on disk, "
+                 "judging by what is really there, and print one sentence per repair (\"Nothing to repair.\" "
+                 "when there was none). The front end runs this at launch, before anything else touches the "
+                 "disk. A move whose drive is away stays pending and is retried next time. Exit 0. --json prints "
+                 "{\"messages\": [...]}.",
+                 runRepair);
 
-void addHistoryCommand(CLI::App& app, Context& context) {
     auto options = std::make_shared<HistoryOptions>();
-    auto* history = app.add_subcommand(
+    auto* history = registry.add(
         "history",
         "Show the action log, what was done to the disk, one line per action, with long runs of "
         "merges and Trash emptying folded into one line. By default the last 200 lines of the "
-        "log's recent part; --since the lines after a date; --all both generations of the log.");
+        "log's recent part; --since the lines after a date; --all both generations of the log. --json prints "
+        "{\"lines\": [...]}.",
+        [options](const Invocation& in) { return runHistory(*options, in); });
     auto* since = history->add_option("--since", options->since, "Only lines dated after this ISO 8601 time, e.g. 2026-01-31T12:00:00Z");
     history->add_flag("--all", options->all, "Every line of the log and of its older generation")->excludes(since);
-    history->add_flag("--json", options->json, "Print {\"lines\": [...]}");
-    history->callback([options, &context] { context.exitCode = runHistory(*options); });
-}
 
-void addMovesCommand(CLI::App& app, Context& context) {
-    auto json = std::make_shared<bool>(false);
-    auto* moves = app.add_subcommand(
-        "moves",
-        "List the items relocated to other drives, newest first: what each was, where it went, "
-        "its size, and whether a shortcut stands in its old place. Exit 0.");
-    moves->add_flag("--json", *json, "Print {\"moves\": [...], \"totalBytes\": N}, N null when the total is unknown");
-    moves->callback([json, &context] { context.exitCode = runMoves(*json); });
+    registry.add("moves",
+                 "List the items relocated to other drives, newest first: what each was, where it went, "
+                 "its size, and whether a shortcut stands in its old place. Exit 0. --json prints {\"moves\": [...], "
+                 "\"totalBytes\": N}, N null when the total is unknown.",
+                 runMoves);
 }
 
 }  // namespace orvane::cli

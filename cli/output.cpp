@@ -29,7 +29,7 @@ void Table::row(std::vector<std::string> cells) {
 
 void Table::note(std::string_view line) { rows_.push_back({{shown(line)}, true}); }
 
-std::string Table::render() const {
+std::vector<std::string> Table::lines() const {
     std::vector<std::size_t> widths(columns_.size(), 0);
     for (const auto& line : rows_) {
         if (line.isNote) continue;
@@ -37,10 +37,10 @@ std::string Table::render() const {
             widths[c] = std::max(widths[c], displayWidth(line.cells[c]));
     }
     const std::size_t noteIndent = widths.empty() ? 0 : widths[0] + 2;
-    std::string out;
+    std::vector<std::string> out;
     for (const auto& line : rows_) {
         if (line.isNote) {
-            out += std::string(noteIndent, ' ') + line.cells.front() + '\n';
+            out.push_back(std::string(noteIndent, ' ') + line.cells.front());
             continue;
         }
         std::string text;
@@ -53,7 +53,7 @@ std::string Table::render() const {
             else text += last ? cell : cell + std::string(pad, ' ');
         }
         while (!text.empty() && text.back() == ' ') text.pop_back();
-        out += text + '\n';
+        out.push_back(std::move(text));
     }
     return out;
 }

@@ -30,8 +30,8 @@ public:
     void note(std::string_view line);
     bool empty() const { return rows_.empty(); }
 
-    // Every row and note, each ending in a newline; the last column is never padded.
-    std::string render() const;
+    // Every row and note, one string each; the last column is never padded.
+    std::vector<std::string> lines() const;
 
 private:
     struct Line {

@@ -1,20 +1,14 @@
 // orvane protect: the user's own list of what must be left alone.
 #include <filesystem>
 
-#include "cli/context.hpp"
+#include "cli/command.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
-#include "core/ledger/ledger.hpp"
 #include "core/safety/protection.hpp"
 #include "core/scan/disk_measure.hpp"
 
 namespace orvane::cli {
-
-std::string protectListPath() { return appendingPathComponent(Ledger::dir(), "protect-list.json"); }
-
-StoredProtectList loadProtectList() { return orvane::loadProtectList(protectListPath()); }
-
 namespace {
 
 struct ProtectOptions {
@@ -22,7 +16,6 @@ struct ProtectOptions {
     std::string app;
     std::string label;
     std::string id;
-    bool json = false;
 };
 
 // The first text of the entry that is not valid UTF-8, as the user typed it; none when all are.
@@ -34,114 +27,104 @@ std::optional<std::string> notUTF8(const ProtectEntry& entry) {
     return std::nullopt;
 }
 
-bool save(const ProtectList& list) {
-    const std::string path = protectListPath();
-    std::error_code ec;
-    std::filesystem::create_directories(deletingLastPathComponent(path), ec);
-    if (!writeFileAtomically(path, list.encoded() + "\n", 0600)) {
-        printError("The protection list could not be written to " + path + ".");
-        return false;
-    }
-    return true;
+ProtectList readable(const StoredProtectList& stored) {
+    if (!stored.list) throw OVError(stored.problem);
+    return *stored.list;
 }
 
-int add(const ProtectOptions& o) {
-    if (o.path.empty() == o.app.empty()) {
-        printError("Give either a PATH or --app BUNDLE_ID to protect.");
-        return kBadInput;
-    }
-    auto loaded = loadProtectList();
-    if (!loaded.list) {
-        printError(loaded.problem);
-        return kBadInput;
-    }
+void save(const ProtectList& list, const std::string& path) {
+    std::error_code ec;
+    std::filesystem::create_directories(deletingLastPathComponent(path), ec);
+    if (!writeFileAtomically(path, list.encoded() + "\n", 0600))
+        throw OVError("The protection list could not be written to " + path + ".");
+}
+
+Result changed(std::string line, const nlohmann::ordered_json& json) {
+    Result result;
+    result.line(std::move(line));
+    result.json = json;
+    return result;
+}
+
+Result add(const ProtectOptions& o, const Invocation& in) {
+    if (o.path.empty() == o.app.empty()) throw OVError("Give either a PATH or --app BUNDLE_ID to protect.");
+    const StoredProtectList stored = storedProtections(in.facts);
+    ProtectList list = readable(stored);
     ProtectEntry entry;
-    entry.added = Clock::now();
+    entry.added = in.facts.now();
     if (!o.app.empty()) {
         entry.kind = ProtectEntry::Kind::app;
         entry.value = o.app;
         entry.label = o.label.empty() ? o.app : o.label;
-        entry.appFolders = appProtectedRoots(o.app, entry.label, std::nullopt, home());
+        entry.appFolders = appProtectedRoots(o.app, entry.label, std::nullopt, in.facts.home(""));
     } else {
-        entry.value = standardizePath(absolutePath(o.path));
-        entry.kind = isDirectory(entry.value) ? ProtectEntry::Kind::folder : ProtectEntry::Kind::item;
+        entry.value = standardizePath(absolutePath(o.path), in.facts.exists);
+        entry.kind = isDirectory(entry.value, in.facts) ? ProtectEntry::Kind::folder : ProtectEntry::Kind::item;
         entry.label = o.label.empty() ? lastPathComponent(entry.value) : o.label;
     }
     // The list is JSON, which holds only UTF-8: a name in other bytes would be stored altered, and
     // the altered name protects nothing.
-    if (auto bad = notUTF8(entry)) {
-        printError("Velloran Orvane cannot protect " + *bad +
-                   ": its name is not valid UTF-8, and the protection list can only hold it altered.");
-        return kBadInput;
-    }
-    const std::size_t before = loaded.list->entries.size();
-    loaded.list->add(entry);
-    if (loaded.list->entries.size() == before) {
-        printLine(entry.id() + " is already protected.");
-        return kDone;
-    }
-    if (!save(*loaded.list)) return kBadInput;
-    printLine("Protected " + entry.id() + ".");
-    return kDone;
+    if (auto bad = notUTF8(entry))
+        throw OVError("Velloran Orvane cannot protect " + *bad +
+                      ": its name is not valid UTF-8, and the protection list can only hold it altered.");
+    const std::size_t before = list.entries.size();
+    list.add(entry);
+    if (list.entries.size() == before)
+        return changed(entry.id() + " is already protected.", {{"id", entry.id()}, {"added", false}});
+    if (in.facts.recorded) return nothingChangedOnARecording({"Would protect " + entry.id() + "."});
+    save(list, stored.path);
+    return changed("Protected " + entry.id() + ".", {{"id", entry.id()}, {"added", true}});
 }
 
-int remove(const ProtectOptions& o) {
-    auto loaded = loadProtectList();
-    if (!loaded.list) {
-        printError(loaded.problem);
-        return kBadInput;
+Result remove(const ProtectOptions& o, const Invocation& in) {
+    const StoredProtectList stored = storedProtections(in.facts);
+    ProtectList list = readable(stored);
+    const std::size_t before = list.entries.size();
+    list.remove(o.id);
+    if (list.entries.size() == before) {
+        Result result;
+        result.status = kRefused;
+        result.notes.push_back("Nothing is protected under the id " + o.id + "; orvane protect list shows the ids.");
+        result.json = {{"id", o.id}, {"removed", false}};
+        return result;
     }
-    const std::size_t before = loaded.list->entries.size();
-    loaded.list->remove(o.id);
-    if (loaded.list->entries.size() == before) {
-        printError("Nothing is protected under the id " + o.id + "; orvane protect list shows the ids.");
-        return kRefused;
-    }
-    if (!save(*loaded.list)) return kBadInput;
-    printLine("No longer protected: " + o.id + ".");
-    return kDone;
+    if (in.facts.recorded) return nothingChangedOnARecording({"Would stop protecting " + o.id + "."});
+    save(list, stored.path);
+    return changed("No longer protected: " + o.id + ".", {{"id", o.id}, {"removed", true}});
 }
 
-int list(const ProtectOptions& o) {
-    auto loaded = loadProtectList();
-    if (!loaded.list) {
-        printError(loaded.problem);
-        return kBadInput;
-    }
-    if (o.json) {
-        printJSON(nlohmann::ordered_json::parse(loaded.list->encoded()));
-        return kDone;
-    }
-    if (loaded.list->entries.empty()) printLine("Nothing is protected yet.");
-    for (const auto& e : loaded.list->entries) {
-        printLine(e.id() + "  " + e.label + " (added " + fmtDate(e.added) + ")");
+Result list(const Invocation& in) {
+    const ProtectList list = readable(storedProtections(in.facts));
+    Result result;
+    result.json = nlohmann::ordered_json::parse(list.encoded());
+    if (list.entries.empty()) result.line("Nothing is protected yet.");
+    for (const auto& e : list.entries) {
+        result.line(e.id() + "  " + e.label + " (added " + fmtDate(e.added) + ")");
         if (e.kind == ProtectEntry::Kind::app)
-            for (const auto& root : e.appFolders) printLine("    " + root);
+            for (const auto& root : e.appFolders) result.line("    " + root);
     }
-    return kDone;
+    return result;
 }
 
 }  // namespace
 
-void addProtectCommands(CLI::App& app, Context& context) {
-    auto* protect = app.add_subcommand(
+void addProtectCommands(Registry& registry) {
+    auto* protect = registry.group(
         "protect", "Your own list of what must be left alone: protected items are never removed or moved");
-    protect->require_subcommand(1);
     auto o = std::make_shared<ProtectOptions>();
 
-    auto* addCommand = protect->add_subcommand("add", "Protect a file or folder, or an app's folders (--app)");
+    auto* addCommand = registry.add(*protect, "add", "Protect a file or folder, or an app's folders (--app)",
+                                    [o](const Invocation& in) { return add(*o, in); });
     addCommand->add_option("PATH", o->path, "The file or folder to protect");
     addCommand->add_option("--app", o->app, "Protect the folders of the app with this bundle identifier instead");
     addCommand->add_option("--label", o->label, "The name to show (default: the last part of the path)");
-    addCommand->callback([o, &context] { context.exitCode = add(*o); });
 
-    auto* removeCommand = protect->add_subcommand("remove", "Stop protecting the entry with this id (see list)");
+    auto* removeCommand = registry.add(*protect, "remove", "Stop protecting the entry with this id (see list)",
+                                       [o](const Invocation& in) { return remove(*o, in); });
     removeCommand->add_option("ID", o->id, "The entry's id, such as folder:/Users/a/Stems")->required();
-    removeCommand->callback([o, &context] { context.exitCode = remove(*o); });
 
-    auto* listCommand = protect->add_subcommand("list", "Show what is protected, oldest first");
-    listCommand->add_flag("--json", o->json, "Print the list in its file form");
-    listCommand->callback([o, &context] { context.exitCode = list(*o); });
+    registry.add(*protect, "list", "Show what is protected, oldest first; --json prints the list in its file form",
+                 [](const Invocation& in) { return list(in); });
 }
 
 }  // namespace orvane::cli

@@ -1,6 +1,7 @@
 #include "core/common/facts.hpp"
 
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <limits>
@@ -35,6 +36,7 @@ const Facts& Facts::real() {
         f.walkable = platform::walkablePath;
         f.isAdministrator = platform::isAdministrator;
         f.now = [] { return Clock::now(); };
+        f.uid = static_cast<std::uint32_t>(::getuid());
         f.rules = kHostRuleSet;
         f.namesAreNormalized = platform::namesAreNormalized();
         return f;

@@ -65,6 +65,8 @@ struct Facts {
     // Whether a user may administer the system (only the Linux additions ask).
     std::function<bool(std::uint32_t)> isAdministrator;
     std::function<TimePoint()> now;
+    // The user the facts describe: the one running, or the recorded Mac's.
+    std::uint32_t uid = 0;
     RuleSet rules = kHostRuleSet;
     // Whether names that differ only in Unicode normal form are one name on this disk.
     bool namesAreNormalized = true;

@@ -334,16 +334,22 @@ ToolResult runToolSplit(const std::string& tool, const std::vector<std::string>&
         if (ready > 0) drain(errRead, err);
     }
 
+    return toolResultFromOutput(out.view(), err.view(), nulDelimited,
+                                child.raw == -1 ? -1 : terminationStatus(child.raw), stopped);
+}
+
+ToolResult toolResultFromOutput(std::string_view out, std::string_view err, bool nulDelimited, std::int32_t status,
+                                bool timedOut) {
     ToolResult result;
-    result.timedOut = stopped;
-    result.status = child.raw == -1 ? -1 : terminationStatus(child.raw);
-    if (isValidUTF8(err.view())) result.errLines = splitToolOutput(err.view(), false);
+    result.timedOut = timedOut;
+    result.status = status;
+    if (isValidUTF8(err)) result.errLines = splitToolOutput(err, false);
     if (nulDelimited) {
-        result.lines = splitToolOutput(out.view(), true);
+        result.lines = splitToolOutput(out, true);
         result.skippedRecords = static_cast<std::size_t>(
             std::erase_if(result.lines, [](const std::string& record) { return !isValidUTF8(record); }));
-    } else if (isValidUTF8(out.view())) {
-        result.lines = splitToolOutput(out.view(), false);
+    } else if (isValidUTF8(out)) {
+        result.lines = splitToolOutput(out, false);
     }
     return result;
 }

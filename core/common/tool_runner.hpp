@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane {
@@ -56,6 +57,12 @@ std::vector<std::string> runFind(const std::vector<std::string>& args, double ti
 // Runs to the end with no time limit, output and errors on the null device. The termination
 // status, or -1 when the tool could not be started.
 std::int32_t runStatus(const std::string& tool, const std::vector<std::string>& args);
+
+// What the runner makes of a finished run's bytes: standard error split into lines when it is
+// valid UTF-8; standard output split into lines (none at all when it is not valid UTF-8) or into
+// NUL-delimited records (each one that is not valid UTF-8 left out and counted).
+ToolResult toolResultFromOutput(std::string_view out, std::string_view err, bool nulDelimited, std::int32_t status,
+                                bool timedOut);
 
 // Splits decoded tool output the way the runner does: on NUL, or on line feeds where a line feed
 // directly after a carriage return is part of one "\r\n" character and ends nothing. Empty pieces

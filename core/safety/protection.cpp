@@ -195,9 +195,9 @@ std::string StoredProtectList::unreadableRefusal() const {
            ", so it refuses to clear anything until the list is readable.";
 }
 
-StoredProtectList loadProtectList(const std::string& path) {
+StoredProtectList loadProtectList(const std::string& path, const Facts& facts) {
     const std::string shown = "The protection list at " + path;
-    auto read = readFile(path, kProtectListMaxBytes);
+    auto read = facts.read(path, kProtectListMaxBytes);
     if (!read.bytes) {
         if (read.failure == ReadFailure::missing) return {path, ProtectList{}, {}};
         return {path, std::nullopt, shown + " " + std::string(readFailureClause(read.failure)) + "; it is left as it is."};

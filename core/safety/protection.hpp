@@ -13,8 +13,10 @@
 #include <variant>
 #include <vector>
 
+#include "core/common/facts.hpp"
 #include "core/common/format.hpp"
 #include "core/scan/space_item.hpp"
+
 
 namespace orvane {
 
@@ -61,7 +63,7 @@ struct StoredProtectList {
 };
 // Plenty for any list a person keeps, and a bound on what a damaged file can cost.
 inline constexpr std::uint64_t kProtectListMaxBytes = 4 * 1024 * 1024;
-StoredProtectList loadProtectList(const std::string& path);
+StoredProtectList loadProtectList(const std::string& path, const Facts& facts = Facts::real());
 
 struct BuiltInProtection {
     std::string id;

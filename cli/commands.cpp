@@ -1,0 +1,18 @@
+// The list of commands: adding one touches its own file and this list.
+#include "cli/command.hpp"
+
+namespace orvane::cli {
+
+void registerCommands(Registry& registry) {
+    addScanCommand(registry);
+    addDuCommand(registry);
+    addLedgerCommands(registry);  // repair, history, moves
+    addVerdictCommand(registry);
+    addArtifactsCommand(registry);
+    addJanitorsCommand(registry);
+    addPlanCommands(registry);
+    addHelperCommands(registry);
+    addProtectCommands(registry);
+}
+
+}  // namespace orvane::cli

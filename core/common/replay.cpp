@@ -1,0 +1,263 @@
+#include "core/common/replay.hpp"
+
+#include <unistd.h>
+
+#include <charconv>
+#include <climits>
+#include <memory>
+
+#include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
+#include "core/common/text.hpp"
+
+namespace orvane {
+namespace {
+
+constexpr std::uint64_t kMaxToolsList = 16ull << 20;
+constexpr std::uint64_t kMaxCapture = 256ull << 20;
+constexpr std::uint64_t kMaxSmallFile = 64ull << 10;
+constexpr int kMaxLinkHops = 40;  // as the kernel's own limit on links in one path
+
+std::string joined(const std::vector<std::string>& parts) {
+    std::string out;
+    for (const auto& part : parts) out += "/" + part;
+    return out.empty() ? "/" : out;
+}
+
+// A file of the recording named by tools.json: relative, and never climbing out of the folder.
+bool staysInside(const std::string& relative) {
+    if (relative.empty() || relative.front() == '/') return false;
+    for (const auto& part : pathComponents(relative))
+        if (part == "..") return false;
+    return true;
+}
+
+std::optional<std::int32_t> int32Of(const nlohmann::json& value) {
+    auto whole = jsonWholeNumber(value);
+    if (!whole || *whole < INT32_MIN || *whole > INT32_MAX) return std::nullopt;
+    return static_cast<std::int32_t>(*whole);
+}
+
+std::string failed(const std::string& path, ReadFailure failure) {
+    return path + " " + std::string(readFailureClause(failure)) + ".";
+}
+
+std::optional<std::string> loadRuns(const std::string& dir, Recording& recording) {
+    const std::string listPath = dir + "/tools.json";
+    const FileRead list = readFile(listPath, kMaxToolsList);
+    if (!list.bytes) {
+        if (list.failure == ReadFailure::missing) return std::nullopt;  // no tool was recorded
+        return "The recorded tool runs cannot be read: " + failed(listPath, list.failure);
+    }
+    const StrictJSON parsed = parseJSONStrictly(*list.bytes);
+    if (!parsed.value) return listPath + " does not decode: " + parsed.error;
+    if (!parsed.value->is_array()) return listPath + " does not decode: it must be a JSON array of runs.";
+    std::size_t number = 0;
+    for (const auto& entry : *parsed.value) {
+        ++number;
+        const std::string where = "Run " + std::to_string(number) + " of " + listPath;
+        if (!entry.is_object()) return where + " is not a JSON object.";
+        auto argv = entry.find("argv");
+        if (argv == entry.end() || !argv->is_array() || argv->empty())
+            return where + " has no \"argv\": a list of the program and its arguments.";
+        std::vector<std::string> words;
+        for (const auto& word : *argv) {
+            if (!word.is_string()) return where + " has an \"argv\" word that is not a string.";
+            words.push_back(word.get<std::string>());
+        }
+        RecordedRun run;
+        auto status = entry.find("status");
+        auto code = status == entry.end() ? std::nullopt : int32Of(*status);
+        if (!code) return where + " has no \"status\" that is a whole number.";
+        run.status = *code;
+        if (auto timedOut = entry.find("timedOut"); timedOut != entry.end() && !timedOut->is_null()) {
+            if (!timedOut->is_boolean()) return where + " has a \"timedOut\" that is neither true nor false.";
+            run.timedOut = timedOut->get<bool>();
+        }
+        for (const auto& [key, text] : {std::pair{"stdout", &run.stdoutText}, std::pair{"stderr", &run.stderrText}}) {
+            auto file = entry.find(key);
+            if (file == entry.end() || file->is_null()) continue;
+            if (!file->is_string()) return where + " has a \"" + key + "\" that is not a file name.";
+            const std::string relative = file->get<std::string>();
+            if (!staysInside(relative))
+                return where + " names \"" + escapeControlCharacters(relative) +
+                       "\", which is not a file inside the recording.";
+            const FileRead captured = readFile(dir + "/" + relative, kMaxCapture);
+            if (!captured.bytes) return where + " names a file that cannot be read: " + failed(dir + "/" + relative, captured.failure);
+            *text = *captured.bytes;
+        }
+        recording.runs.insert_or_assign(std::move(words), std::move(run));
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> loadSystem(const std::string& dir, Recording& recording) {
+    const std::string path = dir + "/system.json";
+    const FileRead file = readFile(path, kMaxToolsList);
+    if (!file.bytes) {
+        if (file.failure == ReadFailure::missing) return std::nullopt;  // every such fact unknown
+        return "The recorded system facts cannot be read: " + failed(path, file.failure);
+    }
+    const StrictJSON parsed = parseJSONStrictly(*file.bytes);
+    if (!parsed.value || !parsed.value->is_object())
+        return path + " does not decode: " + (parsed.value ? "it must be a JSON object." : parsed.error);
+    recording.system = *parsed.value;
+    if (auto refused = recording.system.find("refused"); refused != recording.system.end()) {
+        if (!refused->is_array()) return path + " does not decode: \"refused\" must be a list of paths.";
+        for (const auto& item : *refused) {
+            if (!item.is_string()) return path + " does not decode: \"refused\" must be a list of paths.";
+            recording.refused.insert(joined(pathComponents(item.get<std::string>())));
+        }
+    }
+    if (auto now = recording.system.find("now"); now != recording.system.end()) {
+        auto date = now->is_string() ? parseISO8601(now->get<std::string>()) : std::nullopt;
+        if (!date) return path + " does not decode: \"now\" must be a date such as 2026-01-31T12:00:00Z.";
+        recording.now = date;
+    }
+    for (const char* key : {"totalCapacity", "availableCapacity", "availableCapacityForImportantUsage"}) {
+        auto value = recording.system.find(key);
+        if (value != recording.system.end() && !jsonByteCount(*value))
+            return path + " does not decode: \"" + key + "\" must be a byte count.";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> systemBytes(const Recording& recording, const char* key) {
+    auto value = recording.system.find(key);
+    if (value == recording.system.end()) return std::nullopt;
+    return jsonByteCount(*value);
+}
+
+}  // namespace
+
+RecordingLoad loadRecording(const std::string& dir) {
+    auto folder = platform::statFacts(dir);
+    if (!folder || !folder->isDirectory()) return {std::nullopt, "There is no recorded Mac at " + dir + "."};
+    Recording recording;
+    recording.dir = dir;
+    if (auto error = loadRuns(dir, recording)) return {std::nullopt, *error};
+
+    const FileRead home = readFile(dir + "/home", kMaxSmallFile);
+    if (!home.bytes)
+        return {std::nullopt, "The recording names no home: " + failed(dir + "/home", home.failure) +
+                                  " It holds one line, such as /Users/alex."};
+    recording.home = trimWhitespace(*home.bytes);
+    if (!recording.home.starts_with('/') || recording.home.find('\n') != std::string::npos)
+        return {std::nullopt, dir + "/home must hold one absolute path, such as /Users/alex."};
+
+    const FileRead uid = readFile(dir + "/uid", kMaxSmallFile);
+    if (uid.bytes) {
+        const std::string text = trimWhitespace(*uid.bytes);
+        std::uint32_t value = 0;
+        auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (text.empty() || ec != std::errc{} || end != text.data() + text.size())
+            return {std::nullopt, dir + "/uid must hold a user id, such as 501."};
+        recording.uid = value;
+    } else if (uid.failure != ReadFailure::missing) {
+        return {std::nullopt, "The recorded user id cannot be read: " + failed(dir + "/uid", uid.failure)};
+    }
+    if (auto error = loadSystem(dir, recording)) return {std::nullopt, *error};
+    return {std::move(recording), {}};
+}
+
+std::optional<std::string> recordedPlace(const Recording& recording, const std::string& path, bool followLast) {
+    if (!path.starts_with('/') || path.find('\0') != std::string::npos) return std::nullopt;
+    const std::string root = recording.dir + "/root";
+    std::vector<std::string> pending = pathComponents(path);
+    std::vector<std::string> done;
+    int hops = 0;
+    std::size_t next = 0;
+    while (next < pending.size()) {
+        const std::string name = pending[next++];
+        if (name == ".") continue;
+        if (name == "..") {
+            if (!done.empty()) done.pop_back();  // never above the recorded "/"
+            continue;
+        }
+        const std::string host = root + (done.empty() ? "" : joined(done)) + "/" + name;
+        auto entry = platform::lstatFacts(host);
+        if (!entry) return std::nullopt;
+        const bool last = next == pending.size();
+        if (entry->isSymlink() && (!last || followLast)) {
+            if (++hops > kMaxLinkHops) return std::nullopt;
+            char target[PATH_MAX + 1];
+            const ssize_t n = ::readlink(host.c_str(), target, PATH_MAX);
+            if (n <= 0) return std::nullopt;
+            const std::string text(target, static_cast<std::size_t>(n));
+            // An absolute target is a place of the recorded Mac: it starts again at DIR/root.
+            if (text.starts_with('/')) done.clear();
+            std::vector<std::string> rest = pathComponents(text);
+            rest.insert(rest.end(), pending.begin() + static_cast<std::ptrdiff_t>(next), pending.end());
+            pending = std::move(rest);
+            next = 0;
+            continue;
+        }
+        done.push_back(name);
+    }
+    return joined(done);
+}
+
+Facts recordedFacts(std::shared_ptr<const Recording> recording) {
+    const Recording& r = *recording;
+    const std::string root = r.dir + "/root";
+    auto host = [root](const std::string& place) { return place == "/" ? root : root + place; };
+    Facts f;
+    f.recorded = true;
+    f.rules = RuleSet::macOS;
+    f.namesAreNormalized = true;
+    f.uid = r.uid;
+    f.run = [recording](const std::string& tool, const std::vector<std::string>& args, double, bool nulDelimited,
+                        ToolErrors errors) {
+        std::vector<std::string> argv = {tool};
+        argv.insert(argv.end(), args.begin(), args.end());
+        auto found = recording->runs.find(argv);
+        if (found == recording->runs.end()) return ToolResult{};  // as an absent tool
+        const RecordedRun& run = found->second;
+        std::string out = run.stdoutText.value_or("");
+        std::string err = run.stderrText.value_or("");
+        if (errors == ToolErrors::merged) out += err;
+        if (errors != ToolErrors::separate) err.clear();
+        return toolResultFromOutput(out, err, nulDelimited, run.status, run.timedOut);
+    };
+    f.exists = [recording](const std::string& path) { return recordedPlace(*recording, path, true).has_value(); };
+    f.resolve = [recording](const std::string& path) { return recordedPlace(*recording, path, true); };
+    f.lstat = [recording, host](const std::string& path) -> std::optional<platform::FileFacts> {
+        auto place = recordedPlace(*recording, path, false);
+        if (!place) return std::nullopt;
+        return platform::lstatFacts(host(*place));
+    };
+    f.list = [recording, host](const std::string& path) -> std::optional<std::vector<FolderEntry>> {
+        auto place = recordedPlace(*recording, path, true);
+        if (!place || recording->refused.contains(*place)) return std::nullopt;
+        return listFolder(host(*place));
+    };
+    f.read = [recording, host](const std::string& path, std::uint64_t maxBytes) {
+        auto place = recordedPlace(*recording, path, false);
+        if (!place) return FileRead{std::nullopt, ReadFailure::missing};
+        return readFile(host(*place), maxBytes);
+    };
+    f.home = [recording](std::string_view component) {
+        return component.empty() ? recording->home : appendingPathComponent(recording->home, component);
+    };
+    f.mount = [recording](const std::string& path) -> std::optional<platform::MountFacts> {
+        if (!recordedPlace(*recording, path, true)) return std::nullopt;
+        auto text = [&](const char* key, const char* fallback) {
+            auto value = recording->system.find(key);
+            return value != recording->system.end() && value->is_string() ? value->get<std::string>()
+                                                                          : std::string(fallback);
+        };
+        return platform::MountFacts{"/", text("fileSystemType", "apfs"), text("rootDevice", "")};
+    };
+    f.capacity = [recording](const std::string&) -> std::optional<VolumeCapacity> {
+        auto free = systemBytes(*recording, "availableCapacity");
+        auto total = systemBytes(*recording, "totalCapacity");
+        if (!free && !total) return std::nullopt;
+        return VolumeCapacity{free.value_or(-1), total.value_or(-1)};
+    };
+    f.walkable = [](std::string_view path) { return std::string(path); };  // a Mac has /private
+    f.isAdministrator = [](std::uint32_t) { return false; };
+    f.now = [recording] { return recording->now.value_or(Clock::now()); };
+    return f;
+}
+
+}  // namespace orvane
