@@ -9,7 +9,6 @@
 
 namespace orvane::helper {
 
-inline constexpr const char* kDefaultSocketPath = "/var/run/com.velloran.orvane.helper.sock";
 // Connections served at once; more are closed at once, so a flood of idle peers cannot
 // exhaust the daemon's threads.
 inline constexpr int kMaxConnections = 256;

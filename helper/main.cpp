@@ -5,6 +5,7 @@
 
 #include <iostream>
 
+#include "core/privileged/client.hpp"
 #include "helper/helper_log.hpp"
 #include "helper/listener.hpp"
 
@@ -12,7 +13,7 @@ int main(int argc, char** argv) {
     using namespace orvane::helper;
     CLI::App app{"orvane-helper: performs the privileged operations of Velloran Orvane for one admitted client."};
     app.name("orvane-helper");
-    std::string socketPath = kDefaultSocketPath;
+    std::string socketPath = orvane::kDefaultHelperSocket;
     std::string logPath = kDefaultLogPath;
     std::vector<std::string> clients;
     app.add_option("--socket", socketPath, "Where to listen")->capture_default_str();
