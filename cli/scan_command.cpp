@@ -1,5 +1,5 @@
 // orvane scan: where a folder's space went.
-#include <cstdio>
+#include <fmt/format.h>
 
 #include "cli/command.hpp"
 #include "core/common/path.hpp"
@@ -42,10 +42,8 @@ void describe(Result& result, const GenericScanDump& dump, const ScanScope& scop
         result.line(fmtBytes(dump.free) + " free of " + fmtBytes(dump.total) + " on this file system.");
     else
         result.line("The free space of this file system is unknown.");
-    char elapsed[64];
-    std::snprintf(elapsed, sizeof elapsed, "%.1f", dump.elapsed);
-    result.line(counted(static_cast<std::int64_t>(dump.items.size()), "finding") + " in " + elapsed + " s. " +
-                std::string(note(dump.privilege)));
+    result.line(fmt::format("{} in {:.1f} s. {}", counted(static_cast<std::int64_t>(dump.items.size()), "finding"),
+                            dump.elapsed, note(dump.privilege)));
     if (dump.skippedNames > 0)
         result.line(counted(static_cast<std::int64_t>(dump.skippedNames), "name") + " skipped: not valid UTF-8.");
 }
