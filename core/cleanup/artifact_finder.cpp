@@ -1,10 +1,5 @@
 #include "core/cleanup/artifact_finder.hpp"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -32,72 +27,61 @@ std::set<std::string, std::less<>> namesOf(const std::vector<FolderEntry>& entri
     return names;
 }
 
-int openFolder(const std::string& path) {
-    return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-}
-
 }  // namespace
 
 ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLimits& limits,
                                   const ArtifactWalkProgress& progress,
-                                  const std::function<void(const ArtifactFinding&)>& found) {
+                                  const std::function<void(const ArtifactFinding&)>& found, const Facts& facts) {
     ArtifactWalk walk;
     auto report = [&] {
         if (progress) progress(walk.foldersVisited, walk.artifacts.size());
     };
-    int rootFD = openFolder(root);
-    if (rootFD < 0) return walk;
-    struct stat rootStat{};
-    if (::fstat(rootFD, &rootStat) != 0) {
-        ::close(rootFD);
-        return walk;
-    }
-    const dev_t device = rootStat.st_dev;
+    const auto rootFacts = facts.lstat(root);
+    if (!rootFacts || !rootFacts->isDirectory()) return walk;
+    auto rootListing = facts.list(root);
+    if (!rootListing) return walk;
+    const std::uint64_t device = rootFacts->device;
 
     // A root that is an artifact itself: its parent holds the manifest.
     const std::string rootName = lastPathComponent(root);
     if (isArtifactRuleName(rootName)) {
         const std::string parent = deletingLastPathComponent(root);
-        int parentFD = parent.empty() ? -1 : ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (parentFD >= 0) {
-            if (auto rule = projectArtifactRule(rootName, namesOf(readFolderEntries(parentFD)))) {
-                ::close(rootFD);
-                walk.artifacts.push_back({root, *rule});
-                if (found) found(walk.artifacts.back());
-                walk.foldersVisited = 1;
-                report();
-                return walk;
-            }
+        auto siblings = parent.empty() ? std::nullopt : facts.list(parent);
+        if (auto rule = siblings ? projectArtifactRule(rootName, namesOf(*siblings)) : std::nullopt) {
+            walk.artifacts.push_back({root, *rule});
+            if (found) found(walk.artifacts.back());
+            walk.foldersVisited = 1;
+            report();
+            return walk;
         }
     }
 
-    const std::string homeDir = home();
+    const std::string homeDir = facts.home("");
     // Package-install folders are never entered, so only a root inside one puts everything there.
     const bool insidePackage = isPackageInstallCopy(root);
     struct Pending {
         std::string path;
         int depth;
-        int fd;  // already open for the root, -1 otherwise
+        std::optional<std::vector<FolderEntry>> listing;  // the root's, already read
     };
-    std::vector<Pending> stack = {{root, 0, rootFD}};
+    std::vector<Pending> stack;
+    stack.push_back({root, 0, std::move(rootListing)});
     while (!stack.empty()) {
         Pending item = std::move(stack.back());
         stack.pop_back();
         if (walk.foldersVisited >= limits.maxFolders) {
             walk.complete = false;
-            if (item.fd >= 0) ::close(item.fd);
-            for (const auto& rest : stack)
-                if (rest.fd >= 0) ::close(rest.fd);
             break;
         }
-        int fd = item.fd >= 0 ? item.fd : openFolder(item.path);
-        if (fd < 0) continue;
-        struct stat st{};
-        if (::fstat(fd, &st) != 0 || st.st_dev != device) {  // another file system: not ours to walk
-            ::close(fd);
-            continue;
+        if (!item.listing) {
+            // Looked at again just before listing: a folder that became a link since its parent
+            // was read is not followed, and another file system is not ours to walk.
+            auto here = facts.lstat(item.path);
+            if (!here || !here->isDirectory() || here->device != device) continue;
+            item.listing = facts.list(item.path);
+            if (!item.listing) continue;
         }
-        const auto entries = readFolderEntries(fd);
+        const auto& entries = *item.listing;
         ++walk.foldersVisited;
         if (walk.foldersVisited % kProgressEvery == 0) report();
 
@@ -121,7 +105,7 @@ ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLim
                 walk.complete = false;
                 continue;
             }
-            stack.push_back({path, item.depth + 1, -1});
+            stack.push_back({path, item.depth + 1, std::nullopt});
         }
     }
     std::sort(walk.artifacts.begin(), walk.artifacts.end(),
@@ -131,7 +115,8 @@ ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLim
 }
 
 MeasuredArtifactWalk findAndMeasureProjectArtifacts(const std::string& root, const ArtifactWalkLimits& limits,
-                                                    const ArtifactWalkProgress& progress, double duTimeout) {
+                                                    const ArtifactWalkProgress& progress, double duTimeout,
+                                                    const Facts& facts) {
     std::mutex lock;
     std::condition_variable wake;
     std::vector<std::string> pending;
@@ -151,7 +136,7 @@ MeasuredArtifactWalk findAndMeasureProjectArtifacts(const std::string& root, con
                 batch.assign(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(take));
                 pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(take));
             }
-            auto measured = duBatchSizes(batch, duTimeout);
+            auto measured = duBatchSizes(batch, duTimeout, facts);
             std::lock_guard hold(lock);
             sizes.insert(measured.begin(), measured.end());
         }
@@ -159,11 +144,14 @@ MeasuredArtifactWalk findAndMeasureProjectArtifacts(const std::string& root, con
     std::vector<std::thread> measurers;
     for (int i = 0; i < kMeasurers; ++i) measurers.emplace_back(measure);
     MeasuredArtifactWalk result;
-    result.walk = findProjectArtifacts(root, limits, progress, [&](const ArtifactFinding& finding) {
-        std::lock_guard hold(lock);
-        pending.push_back(finding.path);
-        wake.notify_one();
-    });
+    result.walk = findProjectArtifacts(
+        root, limits, progress,
+        [&](const ArtifactFinding& finding) {
+            std::lock_guard hold(lock);
+            pending.push_back(finding.path);
+            wake.notify_one();
+        },
+        facts);
     {
         std::lock_guard hold(lock);
         walkDone = true;
@@ -177,23 +165,23 @@ MeasuredArtifactWalk findAndMeasureProjectArtifacts(const std::string& root, con
     return result;
 }
 
-std::vector<SweepGitState> sweepGitStates(const std::vector<std::string>& folders,
-                                          const std::function<bool()>& mayAskGit, unsigned parallel) {
+std::vector<SweepGitState> sweepGitStates(const std::vector<std::string>& folders, unsigned parallel,
+                                          const Facts& facts) {
     std::vector<SweepGitState> states(folders.size(), SweepGitState::unknown(false));
     if (folders.empty()) return states;
     std::vector<std::optional<std::string>> repos;
     repos.reserve(folders.size());
     bool anyRepo = false;
     for (const auto& folder : folders) {
-        repos.push_back(gitRepoRoot(folder));
+        repos.push_back(gitRepoRoot(folder, facts));
         anyRepo = anyRepo || repos.back().has_value();
     }
-    const bool gate = anyRepo && mayAskGit();
-    const std::function<bool()> asked = [gate] { return gate; };
+    const bool gate = anyRepo && gitMayBeAsked(facts);
 
     std::atomic<std::size_t> next{0};
     auto work = [&] {
-        for (std::size_t i; (i = next.fetch_add(1)) < folders.size();) states[i] = sweepGitState(folders[i], repos[i], asked);
+        for (std::size_t i; (i = next.fetch_add(1)) < folders.size();)
+            states[i] = sweepGitState(folders[i], repos[i], gate, facts);
     };
     const unsigned threads = std::max(1u, std::min<unsigned>(parallel, static_cast<unsigned>(folders.size())));
     std::vector<std::thread> pool;

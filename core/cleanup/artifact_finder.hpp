@@ -40,14 +40,17 @@ using ArtifactWalkProgress = std::function<void(std::int64_t foldersVisited, std
 // which go with them) or the home's Library. The hidden and package-install folders are still
 // recognised as artifacts themselves. An artifact inside an installed package is not reported.
 // A root that is itself an artifact is the one finding. A root that cannot be read gives nothing.
-// `found` hears of each artifact the moment it is found, before the walk goes on.
+// `found` hears of each artifact the moment it is found, before the walk goes on. The disk is
+// read only through `facts` (lstat before each folder is listed, then its listing).
 ArtifactWalk findProjectArtifacts(const std::string& root, const ArtifactWalkLimits& limits = {},
                                   const ArtifactWalkProgress& progress = {},
-                                  const std::function<void(const ArtifactFinding&)>& found = {});
+                                  const std::function<void(const ArtifactFinding&)>& found = {},
+                                  const Facts& facts = Facts::real());
 
 // The same walk with each artifact measured by du (allocated bytes, -1 when du could not tell),
-// on a thread of its own that takes whatever the walk has found so far, so that measuring
-// overlaps walking. `sizes` runs parallel to `walk.artifacts`.
+// on threads of their own that take whatever the walk has found so far, so that measuring
+// overlaps walking. `sizes` runs parallel to `walk.artifacts`. `facts.run` is called from those
+// threads at once.
 struct MeasuredArtifactWalk {
     ArtifactWalk walk;
     std::vector<std::int64_t> sizes;
@@ -55,12 +58,12 @@ struct MeasuredArtifactWalk {
 };
 MeasuredArtifactWalk findAndMeasureProjectArtifacts(const std::string& root, const ArtifactWalkLimits& limits = {},
                                                     const ArtifactWalkProgress& progress = {},
-                                                    double duTimeout = 3600);
+                                                    double duTimeout = 3600, const Facts& facts = Facts::real());
 
-// sweepGitState for each folder, with the repository found by gitRepoRoot on the real disk and
-// the gate asked once. Up to `parallel` git runs at a time; results in the order of `folders`.
-std::vector<SweepGitState> sweepGitStates(const std::vector<std::string>& folders,
-                                          const std::function<bool()>& mayAskGit = gitMayBeAsked,
-                                          unsigned parallel = 4);
+// sweepGitState for each folder, with the repository found by gitRepoRoot and the gate asked once,
+// only when some folder lies in a repository. Up to `parallel` git runs at a time, so `facts` is
+// asked from several threads at once; results in the order of `folders`.
+std::vector<SweepGitState> sweepGitStates(const std::vector<std::string>& folders, unsigned parallel = 4,
+                                          const Facts& facts = Facts::real());
 
 }  // namespace orvane

@@ -1,13 +1,11 @@
 #include "core/cleanup/project_artifacts.hpp"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
-#include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
 #include "core/common/text.hpp"
-#include "core/platform/platform.hpp"
-#include "core/common/tool_runner.hpp"
 
 namespace orvane {
 namespace {
@@ -94,11 +92,10 @@ std::optional<ProjectArtifactRule> projectArtifactRule(std::string_view dirName,
     return std::nullopt;
 }
 
-std::optional<std::string> gitRepoRoot(std::string_view containing,
-                                       const std::function<bool(const std::string&)>& exists) {
+std::optional<std::string> gitRepoRoot(std::string_view containing, const Facts& facts) {
     for (std::string current = deletingLastPathComponent(containing); current.size() > 1;
          current = deletingLastPathComponent(current)) {
-        if (exists(appendingPathComponent(current, ".git"))) return current;
+        if (facts.exists(appendingPathComponent(current, ".git"))) return current;
     }
     return std::nullopt;
 }
@@ -132,33 +129,37 @@ std::string describe(const SweepGitState& state) {
     return state.ignoredByGitignore ? "unknown(ignoredByGitignore: true)" : "unknown(ignoredByGitignore: false)";
 }
 
-bool gitMayBeAsked() {
-    if (platform::gitNeedsDeveloperTools()) {
-        auto run = runToolSplit(std::string(kXcodeSelect), {"-p"}, kXcodeSelectTimeout, false, ToolErrors::discarded);
+bool gitMayBeAsked(const Facts& facts) {
+    if (facts.rules == RuleSet::macOS) {
+        auto run = facts.run(std::string(kXcodeSelect), {"-p"}, kXcodeSelectTimeout, false, ToolErrors::discarded);
         return !run.timedOut && run.status == 0;
     }
-    auto facts = platform::statFacts(std::string(kGit));
-    return facts && facts->isRegularFile() && ::access(std::string(kGit).c_str(), X_OK) == 0;
+    // The execute bits stand for access(X_OK): a git that still cannot be run fails its run, and a
+    // failed run offers nothing.
+    auto resolved = facts.resolve(std::string(kGit));
+    auto git = resolved ? facts.lstat(*resolved) : std::nullopt;
+    return git && git->isRegularFile() && (git->mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
 }
 
-SweepGitState sweepGitState(std::string_view folder, const std::optional<std::string>& repo,
-                            const std::function<bool()>& mayAskGit) {
+SweepGitState sweepGitState(std::string_view folder, const std::optional<std::string>& repo, bool mayAskGit,
+                            const Facts& facts) {
     if (!repo) return SweepGitState::notInRepo();
     const std::string relative(trimSlashes(folder.substr(std::min(folder.size(), repo->size()))));
 
-    if (mayAskGit()) {
+    if (mayAskGit) {
         // Without -z and with quoting forced on, git writes every name in ASCII. With -z a tracked
         // name that is not valid UTF-8 would reach the tool runner as undecodable output, which
         // gives no lines, and the folder would pass for untracked.
-        auto run = runToolSplit(std::string(kGit), {"-C", *repo, "-c", "core.quotePath=true", "ls-files", "--", relative},
-                                kGitTimeout, false, ToolErrors::discarded);
+        auto run = facts.run(std::string(kGit), {"-C", *repo, "-c", "core.quotePath=true", "ls-files", "--", relative},
+                             kGitTimeout, false, ToolErrors::discarded);
         if (run.timedOut || run.status != 0) return SweepGitState::unknown(false);
         const bool any = std::any_of(run.lines.begin(), run.lines.end(), [](const auto& l) { return !l.empty(); });
         return any ? SweepGitState::tracked() : SweepGitState::untracked();
     }
     // Read as empty past 1 MiB: no real .gitignore comes near it, and a bigger one offers nothing.
     constexpr std::uint64_t kGitignoreMaxBytes = 1024 * 1024;
-    const std::string text = readFile(appendingPathComponent(*repo, ".gitignore"), kGitignoreMaxBytes).bytes.value_or("");
+    const std::string text =
+        facts.read(appendingPathComponent(*repo, ".gitignore"), kGitignoreMaxBytes).bytes.value_or("");
     const std::string_view readable = isValidUTF8(text) ? std::string_view(text) : std::string_view();
     return SweepGitState::unknown(gitignoreMentions(readable, lastPathComponent(folder), relative));
 }

@@ -3,14 +3,13 @@
 #pragma once
 
 #include <array>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "core/common/path.hpp"
+#include "core/common/facts.hpp"
 
 namespace orvane {
 
@@ -57,8 +56,7 @@ std::optional<ProjectArtifactRule> projectArtifactRule(std::string_view dirName,
 
 // The nearest folder above `containing` that holds ".git". The folder itself is never tested, so
 // an artifact is not taken for a repository root, and neither is "/".
-std::optional<std::string> gitRepoRoot(std::string_view containing,
-                                       const std::function<bool(const std::string&)>& exists = fileExists);
+std::optional<std::string> gitRepoRoot(std::string_view containing, const Facts& facts = Facts::real());
 
 // Whether a ".gitignore" names the folder in one of the plain ways ("name", "name/", "/name",
 // "/name/", and the same with the path relative to the repository). Patterns are not expanded:
@@ -86,15 +84,16 @@ struct SweepGitState {
 // "notInRepo", "untracked", "tracked", "unknown(ignoredByGitignore: true)", ...
 std::string describe(const SweepGitState& state);
 
-// Whether /usr/bin/git may be started: on macOS only when `xcode-select -p` succeeds (otherwise
-// the stand-in would ask to install the developer tools); elsewhere when it is an executable file.
-bool gitMayBeAsked();
+// Whether /usr/bin/git may be started: on macOS (the facts' rules say which system they describe)
+// only when `xcode-select -p` succeeds, since otherwise the stand-in would ask to install the
+// developer tools; elsewhere when it is a file with an execute bit.
+bool gitMayBeAsked(const Facts& facts = Facts::real());
 
-// Asks git whether it holds any file of `folder`. Blocks for up to the runs of both tools (20 s
-// for git), so never on an interactive thread. `mayAskGit` is the gate above, passed in so that
-// a caller asking about many folders can ask once and tests can close it.
-SweepGitState sweepGitState(std::string_view folder, const std::optional<std::string>& repo,
-                            const std::function<bool()>& mayAskGit = gitMayBeAsked);
+// Asks git whether it holds any file of `folder`, when `mayAskGit` (the gate above, asked once by
+// a caller asking about many folders); otherwise reads the repository's ".gitignore". Blocks for
+// up to git's run (20 s), so never on an interactive thread.
+SweepGitState sweepGitState(std::string_view folder, const std::optional<std::string>& repo, bool mayAskGit,
+                            const Facts& facts = Facts::real());
 
 // A committed folder is never offered; where git could not be asked, only a ".gitignore" line
 // naming the folder opens the offer.

@@ -1,19 +1,19 @@
 #include "core/cleanup/vendor_janitors.hpp"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <array>
 #include <set>
 #include <utility>
 
 #include "core/common/format.hpp"
+#include "core/common/path.hpp"
 #include "core/platform/platform.hpp"
 
 namespace orvane {
 namespace {
 
 constexpr std::string_view kEnv = "/usr/bin/env";
+constexpr double kPreflightTimeout = 5.0;
 
 struct CacheFolder {
     std::string_view relativePath;
@@ -124,20 +124,24 @@ std::vector<VendorTool> buildTable(std::string_view homeDir) {
 
 // The tool started through env, so that it runs with its own search path and nothing else of the
 // environment changes. The tool's path comes after the assignment and is run as given.
-std::vector<std::string> envArguments(const std::string& path, const std::vector<std::string>& args) {
-    std::vector<std::string> all = {"PATH=" + vendorToolPATH(path), path};
+std::vector<std::string> envArguments(const std::string& path, const std::vector<std::string>& args,
+                                      const Facts& facts) {
+    std::vector<std::string> all = {"PATH=" + vendorToolPATH(path, facts), path};
     all.insert(all.end(), args.begin(), args.end());
     return all;
 }
 
-}  // namespace
-
-const std::vector<VendorTool>& vendorToolTable() {
-    static const std::vector<VendorTool> table = buildTable(home());
-    return table;
+// Not a name env would take for a setting or look up on its own search path.
+bool startableByEnv(const std::string& path) {
+    return !path.empty() && path.front() == '/' && path.find('=') == std::string::npos;
 }
 
-std::optional<std::string> vendorJanitorID(std::string_view path, std::string_view homeDir) {
+}  // namespace
+
+std::vector<VendorTool> vendorToolTable(const Facts& facts) { return buildTable(facts.home("")); }
+
+std::optional<std::string> vendorJanitorID(std::string_view path, const Facts& facts) {
+    const std::string homeDir = facts.home("");
     for (const auto& folder : kCacheFolders) {
         const std::string joined = appendingPathComponent(homeDir, folder.relativePath);
         if (path == joined || (path.starts_with(joined) && path.size() > joined.size() && path[joined.size()] == '/'))
@@ -146,45 +150,44 @@ std::optional<std::string> vendorJanitorID(std::string_view path, std::string_vi
     return std::nullopt;
 }
 
-std::optional<VendorTool> vendorJanitor(std::string_view path, std::string_view homeDir) {
-    auto id = vendorJanitorID(path, homeDir);
+std::optional<VendorTool> vendorJanitor(std::string_view path, const Facts& facts) {
+    auto id = vendorJanitorID(path, facts);
     if (!id) return std::nullopt;
-    for (const auto& tool : vendorToolTable())
-        if (tool.id == *id) return tool;
+    for (auto& tool : vendorToolTable(facts))
+        if (tool.id == *id) return std::move(tool);
     return std::nullopt;
 }
 
-std::vector<std::string> vendorJanitorCachePaths(std::string_view id, std::string_view homeDir) {
+std::vector<std::string> vendorJanitorCachePaths(std::string_view id, const Facts& facts) {
+    const std::string homeDir = facts.home("");
     std::vector<std::string> paths;
     for (const auto& folder : kCacheFolders)
         if (folder.id == id) paths.push_back(appendingPathComponent(homeDir, folder.relativePath));
     return paths;
 }
 
-std::vector<std::string> vendorToolCandidates(const VendorTool& tool, std::string_view homeDir) {
+std::vector<std::string> vendorToolCandidates(const VendorTool& tool, const Facts& facts) {
     std::vector<std::string> all;
     std::set<std::string> seen;
     auto add = [&](std::string path) {
         if (seen.insert(path).second) all.push_back(std::move(path));
     };
     for (const auto& c : tool.candidates) add(c);
-    for (const auto& folder : platform::extraToolFolders(homeDir))
+    // The table already knows where macOS keeps tools, also on a recorded Mac read elsewhere.
+    if (facts.rules == RuleSet::macOS) return all;
+    for (const auto& folder : platform::extraToolFolders(facts.home("")))
         for (const auto& c : tool.candidates) add(appendingPathComponent(folder, lastPathComponent(c)));
     return all;
 }
 
-std::string vendorToolPATH(std::string_view path, std::string_view homeDir) {
+std::string vendorToolPATH(std::string_view path, const Facts& facts) {
     std::vector<std::string> entries = {deletingLastPathComponent(path)};
     for (const char* fixed : {"/opt/homebrew/bin", "/usr/local/bin", "/usr/bin", "/bin", "/usr/sbin", "/sbin"})
         entries.emplace_back(fixed);
-    const std::string nodes = appendingPathComponent(homeDir, ".nvm/versions/node");
-    if (DIR* dir = ::opendir(nodes.c_str())) {
+    const std::string nodes = facts.home(".nvm/versions/node");
+    if (auto listing = facts.list(nodes)) {
         std::vector<std::string> versions;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string_view name = entry->d_name;
-            if (name != "." && name != "..") versions.emplace_back(name);
-        }
-        ::closedir(dir);
+        for (auto& entry : *listing) versions.push_back(std::move(entry.name));
         std::sort(versions.begin(), versions.end(), std::greater<>());
         for (const auto& version : versions)
             entries.push_back(appendingPathComponent(appendingPathComponent(nodes, version), "bin"));
@@ -199,23 +202,25 @@ std::string vendorToolPATH(std::string_view path, std::string_view homeDir) {
     return joined;
 }
 
-bool vendorToolRuns(const std::string& path, const std::vector<std::string>& args, double timeout) {
-    if (path.empty() || path.front() != '/' || path.find('=') != std::string::npos) return false;
-    auto run = runToolSplit(std::string(kEnv), envArguments(path, args), timeout, false, ToolErrors::discarded);
+bool vendorToolRuns(const std::string& path, const std::vector<std::string>& args, double timeout,
+                    const Facts& facts) {
+    if (!startableByEnv(path)) return false;
+    auto run = facts.run(std::string(kEnv), envArguments(path, args, facts), timeout, false, ToolErrors::discarded);
     return !run.timedOut && run.status == 0;
 }
 
-std::vector<DetectedVendorTool> detectVendorTools(const std::vector<VendorTool>& table,
-                                                  const std::function<bool(const std::string&)>& exists,
-                                                  const ToolRunsCheck& runs) {
+std::vector<DetectedVendorTool> detectVendorTools(const Facts& facts) {
+    return detectVendorTools(vendorToolTable(facts), facts);
+}
+
+std::vector<DetectedVendorTool> detectVendorTools(const std::vector<VendorTool>& table, const Facts& facts) {
     std::vector<DetectedVendorTool> found;
-    const std::string homeDir = home();
     for (const auto& tool : table) {
-        if (tool.requirePath && !exists(*tool.requirePath)) continue;
-        const auto candidates = vendorToolCandidates(tool, homeDir);
-        auto first = std::find_if(candidates.begin(), candidates.end(), exists);
+        if (tool.requirePath && !facts.exists(*tool.requirePath)) continue;
+        const auto candidates = vendorToolCandidates(tool, facts);
+        auto first = std::find_if(candidates.begin(), candidates.end(), facts.exists);
         if (first == candidates.end()) continue;
-        if (runs(*first, tool.preflightArgs)) found.push_back({tool, *first});
+        if (vendorToolRuns(*first, tool.preflightArgs, kPreflightTimeout, facts)) found.push_back({tool, *first});
     }
     return found;
 }
@@ -234,9 +239,10 @@ JanitorConfirmation vendorJanitorConfirmation(const VendorTool& tool, std::strin
     return {"Clean with " + tool.title + "?", std::move(message)};
 }
 
-ToolRun runVendorJanitor(const VendorTool& tool, const std::string& binary, double timeout) {
-    if (binary.empty() || binary.front() != '/' || binary.find('=') != std::string::npos) return ToolRun{};
-    return runToolFull(std::string(kEnv), envArguments(binary, tool.args), timeout, false, true);
+ToolRun runVendorJanitor(const VendorTool& tool, const std::string& binary, double timeout, const Facts& facts) {
+    if (!startableByEnv(binary)) return ToolRun{};
+    auto run = facts.run(std::string(kEnv), envArguments(binary, tool.args, facts), timeout, false, ToolErrors::merged);
+    return {std::move(run.lines), run.timedOut, run.status};
 }
 
 std::string janitorDoneStatus(const JanitorSpaceClaim& claim) {

@@ -4,13 +4,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "core/common/path.hpp"
+#include "core/common/facts.hpp"
 #include "core/common/tool_runner.hpp"
 
 namespace orvane {
@@ -27,30 +26,31 @@ struct VendorTool {
     bool operator==(const VendorTool&) const = default;
 };
 
-// The twenty janitors, with "~" replaced by the home folder as it was at the first call.
-const std::vector<VendorTool>& vendorToolTable();
+// The twenty janitors, with "~" replaced by the home the facts give.
+std::vector<VendorTool> vendorToolTable(const Facts& facts = Facts::real());
 
 // The janitor whose cache holds `path` (the folder itself or anything in it), by the fixed list
 // of cache folders relative to the home; none for any other path.
-std::optional<std::string> vendorJanitorID(std::string_view path, std::string_view homeDir = home());
-std::optional<VendorTool> vendorJanitor(std::string_view path, std::string_view homeDir = home());
+std::optional<std::string> vendorJanitorID(std::string_view path, const Facts& facts = Facts::real());
+std::optional<VendorTool> vendorJanitor(std::string_view path, const Facts& facts = Facts::real());
 
-// The cache folders that the list above gives to janitor `id`, in its order, under `homeDir`.
-std::vector<std::string> vendorJanitorCachePaths(std::string_view id, std::string_view homeDir = home());
+// The cache folders that the list above gives to janitor `id`, in its order, under the home.
+std::vector<std::string> vendorJanitorCachePaths(std::string_view id, const Facts& facts = Facts::real());
 
-// Where detection looks for a tool: its own candidates, then the same file names in this
-// system's extra tool folders (platform::extraToolFolders), each path once.
-std::vector<std::string> vendorToolCandidates(const VendorTool& tool, std::string_view homeDir = home());
+// Where detection looks for a tool: its own candidates, then, on a system other than macOS, the
+// same file names in that system's extra tool folders (platform::extraToolFolders), each path once.
+std::vector<std::string> vendorToolCandidates(const VendorTool& tool, const Facts& facts = Facts::real());
 
 // The search path a tool runs with, so that an npm of a Node version manager finds its node: the
 // tool's folder, the usual system folders, then ~/.nvm/versions/node/*/bin in descending text
 // order; each folder once.
-std::string vendorToolPATH(std::string_view path, std::string_view homeDir = home());
+std::string vendorToolPATH(std::string_view path, const Facts& facts = Facts::real());
 
 // Runs `path` with `args` and that search path, output discarded: true when it ended with status
 // 0 within `timeout` seconds. A tool that cannot start, fails or hangs is no tool. A path holding
 // "=" is refused outright, since it would not reach the tool as its name.
-bool vendorToolRuns(const std::string& path, const std::vector<std::string>& args, double timeout = 5.0);
+bool vendorToolRuns(const std::string& path, const std::vector<std::string>& args, double timeout = 5.0,
+                    const Facts& facts = Facts::real());
 
 struct DetectedVendorTool {
     VendorTool tool;
@@ -58,17 +58,13 @@ struct DetectedVendorTool {
     bool operator==(const DetectedVendorTool&) const = default;
 };
 
-// The janitors of `table` whose tool is here and passes its harmless run, in table order. Only
-// the first existing candidate of a tool is tried: a broken tool at the front is not passed over
-// for a working one behind it. Runs every preflight in turn, each up to 5 s: not for an
-// interactive thread.
-using ToolRunsCheck = std::function<bool(const std::string&, const std::vector<std::string>&)>;
-std::vector<DetectedVendorTool> detectVendorTools(
-    const std::vector<VendorTool>& table = vendorToolTable(),
-    const std::function<bool(const std::string&)>& exists = fileExists,
-    const ToolRunsCheck& runs = [](const std::string& p, const std::vector<std::string>& a) {
-        return vendorToolRuns(p, a);
-    });
+// The janitors of `table` (the whole table unless given) whose tool is here and passes its
+// harmless run, in table order. Only the first existing candidate of a tool is tried: a broken
+// tool at the front is not passed over for a working one behind it. Runs every preflight in
+// turn, each up to 5 s: not for an interactive thread.
+std::vector<DetectedVendorTool> detectVendorTools(const Facts& facts = Facts::real());
+std::vector<DetectedVendorTool> detectVendorTools(const std::vector<VendorTool>& table,
+                                                  const Facts& facts = Facts::real());
 
 struct JanitorConfirmation {
     std::string title;
@@ -81,7 +77,8 @@ JanitorConfirmation vendorJanitorConfirmation(const VendorTool& tool, std::strin
 
 // Runs the clean-up itself with the same search path as the preflight; standard error merged
 // into the lines so that the user sees what the tool said.
-ToolRun runVendorJanitor(const VendorTool& tool, const std::string& binary, double timeout);
+ToolRun runVendorJanitor(const VendorTool& tool, const std::string& binary, double timeout,
+                         const Facts& facts = Facts::real());
 
 // What may be said of the space after a run: a rough figure, or nothing.
 struct JanitorSpaceClaim {

@@ -1,10 +1,6 @@
 #include "core/safety/delete_verdict.hpp"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <deque>
 
 #include "core/cleanup/project_artifacts.hpp"
@@ -12,7 +8,6 @@
 #include "core/common/format.hpp"
 #include "core/common/folder_entries.hpp"
 #include "core/common/path.hpp"
-#include "core/platform/platform.hpp"
 #include "core/common/path_rules.hpp"
 #include "core/safety/path_kinds.hpp"
 
@@ -22,6 +17,12 @@ namespace {
 // The depth and breadth of the project look inside a verdict.
 constexpr int kVerdictProjectDepth = 2;
 constexpr int kVerdictProjectEntries = 400;
+
+// isStandardHomeContainer with the home the facts give, which may be a recorded Mac's.
+bool isStandardHomeContainerIn(std::string_view path, const Facts& facts) {
+    return std::any_of(standardHomeContainers.begin(), standardHomeContainers.end(),
+                       [&](std::string_view name) { return path == facts.home(name); });
+}
 
 }  // namespace
 
@@ -53,17 +54,19 @@ std::string describe(const RestoreVerdict& verdict) {
     return "proceed";
 }
 
-std::optional<std::string> sourceProjectWithin(std::string_view pathView, int maxDepth, int maxEntries) {
+std::optional<std::string> sourceProjectWithin(std::string_view pathView, int maxDepth, int maxEntries,
+                                               const Facts& facts) {
     const std::string path(pathView);
     if (isRebuildableDirName(lastPathComponent(path))) return std::nullopt;
-    const int depthLimit = isStandardHomeContainer(path) ? 0 : maxDepth;
+    const int depthLimit = isStandardHomeContainerIn(path, facts) ? 0 : maxDepth;
     std::deque<std::pair<std::string, int>> queue = {{path, 0}};
     std::int64_t entries = 0;
     while (!queue.empty()) {
         auto [dir, depth] = std::move(queue.front());
         queue.pop_front();
         if (entries >= maxEntries) return std::nullopt;
-        const auto listing = readFolderEntries(dir);
+        // A folder that cannot be listed (or a file) shows no marker and leads nowhere.
+        const auto listing = facts.list(dir).value_or(std::vector<FolderEntry>{});
         std::vector<std::string> names;
         names.reserve(listing.size());
         for (const auto& entry : listing) names.push_back(entry.name);
@@ -80,27 +83,26 @@ std::optional<std::string> sourceProjectWithin(std::string_view pathView, int ma
 }
 
 DeleteVerdict deleteVerdict(std::string_view path, bool permanently, bool contentsOnly, bool isSymlink,
-                            bool traversesSymlink) {
-    const std::string homeDir = home();
-    if (!assertDeletable(path, homeDir)) return DeleteVerdict::refuse(kProtectedRefusal);
+                            bool traversesSymlink, const Facts& facts) {
+    if (!assertDeletable(path, facts.home(""), facts)) return DeleteVerdict::refuse(kProtectedRefusal);
     if (traversesSymlink) return DeleteVerdict::refuse(kViaShortcutRefusal);
     // A link alone may go, its target untouched; clearing its contents would reach through it.
     if (contentsOnly && isSymlink) return DeleteVerdict::refuse(kIsShortcutRefusal);
-    if (auto root = sourceProjectWithin(path, kVerdictProjectDepth, kVerdictProjectEntries)) {
-        if (auto tool = vendorJanitor(path, homeDir)) return DeleteVerdict::refuse(vendorCacheRefusal(tool->title));
+    if (auto root = sourceProjectWithin(path, kVerdictProjectDepth, kVerdictProjectEntries, facts)) {
+        if (auto tool = vendorJanitor(path, facts)) return DeleteVerdict::refuse(vendorCacheRefusal(tool->title));
         if (*root == path) return DeleteVerdict::refuse(kProjectItselfRefusal);
         return DeleteVerdict::refuse(holdsProjectRefusal(lastPathComponent(*root)));
     }
     return permanently ? DeleteVerdict::removePermanently() : DeleteVerdict::trash();
 }
 
-DeleteVerdict onDiskDeleteVerdict(std::string_view path, bool permanently) {
+DeleteVerdict onDiskDeleteVerdict(std::string_view path, bool permanently, const Facts& facts) {
     // Some rows carry a record's identifier where a path would stand.
     if (!path.starts_with('/') || path.find('\0') != std::string_view::npos)
         return DeleteVerdict::refuse(kNotOnDiskRefusal);
-    auto facts = platform::lstatFacts(std::string(path));
-    const bool isSymlink = facts && facts->isSymlink();
-    return deleteVerdict(path, permanently, false, isSymlink, pathTraversesSymlink(path));
+    auto entry = facts.lstat(std::string(path));
+    const bool isSymlink = entry && entry->isSymlink();
+    return deleteVerdict(path, permanently, false, isSymlink, pathTraversesSymlink(path, facts), facts);
 }
 
 std::vector<PathVerdict> leftoverCommitVerdict(const std::vector<std::string>& paths) {

@@ -10,6 +10,8 @@
 #include <variant>
 #include <vector>
 
+#include "core/common/facts.hpp"
+
 namespace orvane {
 
 // The reasons of a refusal, as the user reads them: clauses without an initial capital.
@@ -72,13 +74,14 @@ std::string describe(const RestoreVerdict& verdict);
 
 // The verdict for a path whose link facts the caller already knows. The home is read at each
 // call; the disk is asked for the mount point and for the folders of `sourceProjectWithin`
-// (two levels, 400 names), so that it stays quick enough for every row of a list.
+// (two levels, 400 names), so that it stays quick enough for every row of a list. All of it
+// through `facts`.
 DeleteVerdict deleteVerdict(std::string_view path, bool permanently, bool contentsOnly, bool isSymlink,
-                            bool traversesSymlink);
+                            bool traversesSymlink, const Facts& facts = Facts::real());
 
 // For a row that may not be a file at all: a text that is no absolute path is refused; otherwise
 // the link facts come from the disk. A link at the path itself counts as leading through one.
-DeleteVerdict onDiskDeleteVerdict(std::string_view path, bool permanently);
+DeleteVerdict onDiskDeleteVerdict(std::string_view path, bool permanently, const Facts& facts = Facts::real());
 
 struct PathVerdict {
     std::string path;
@@ -102,6 +105,7 @@ RestoreVerdict restoreVerdict(std::int64_t stagedFiles, std::int64_t sourceFiles
 // folders are never searched (nor is one given as `path`), nor are hidden folders or links; a
 // standard home container ("Documents", ...) is judged by its own top level. Stops, finding
 // nothing, once `maxEntries` names were read: a miss means only that none was found in budget.
-std::optional<std::string> sourceProjectWithin(std::string_view path, int maxDepth, int maxEntries);
+std::optional<std::string> sourceProjectWithin(std::string_view path, int maxDepth, int maxEntries,
+                                               const Facts& facts = Facts::real());
 
 }  // namespace orvane

@@ -1,7 +1,5 @@
 #include "core/safety/removal_blocker.hpp"
 
-#include <dirent.h>
-
 #include <deque>
 
 #include "core/common/path.hpp"
@@ -14,18 +12,6 @@ constexpr std::size_t kFailureDetailCharacters = 200;
 
 bool restricted(std::uint32_t flags) { return (flags & platform::kFlagRestricted) != 0; }
 bool noUnlink(std::uint32_t flags) { return (flags & platform::kFlagNoUnlink) != 0; }
-
-std::vector<std::string> listNames(const std::string& path) {
-    std::vector<std::string> names;
-    DIR* dir = ::opendir(path.c_str());
-    if (!dir) return names;
-    while (const dirent* e = ::readdir(dir)) {
-        const std::string_view name = e->d_name;
-        if (name != "." && name != "..") names.emplace_back(name);
-    }
-    ::closedir(dir);
-    return names;
-}
 
 }  // namespace
 
@@ -61,10 +47,9 @@ std::optional<RemovalBlocker> removalBlocker(const PathFlags& item, const std::v
     return std::nullopt;
 }
 
-std::optional<RemovalBlocker> removalBlocker(
-    const std::string& path, int maxDepth, int maxEntries,
-    const std::function<std::optional<platform::FileFacts>(const std::string&)>& lstat) {
-    auto top = lstat(path);
+std::optional<RemovalBlocker> removalBlocker(const std::string& path, int maxDepth, int maxEntries,
+                                             const Facts& facts) {
+    auto top = facts.lstat(path);
     if (!top) return std::nullopt;
     const PathFlags item{path, top->flags};
     std::vector<PathFlags> descendants;
@@ -76,15 +61,15 @@ std::optional<RemovalBlocker> removalBlocker(
         auto [dir, depth] = std::move(queue.front());
         queue.pop_front();
         if (depth > maxDepth || entries >= maxEntries) break;
-        const auto names = listNames(dir);
-        entries += static_cast<std::int64_t>(names.size());
-        for (const auto& name : names) {
-            std::string child = appendingPathComponent(dir, name);
-            auto facts = lstat(child);
-            if (!facts) continue;
-            if (restricted(facts->flags)) return RemovalBlocker::systemIntegrityProtection(std::move(child));
-            descendants.push_back({child, facts->flags});
-            if (facts->isDirectory()) queue.emplace_back(std::move(child), depth + 1);
+        const auto listing = facts.list(dir).value_or(std::vector<FolderEntry>{});
+        entries += static_cast<std::int64_t>(listing.size());
+        for (const auto& entry : listing) {
+            std::string child = appendingPathComponent(dir, entry.name);
+            auto childFacts = facts.lstat(child);
+            if (!childFacts) continue;
+            if (restricted(childFacts->flags)) return RemovalBlocker::systemIntegrityProtection(std::move(child));
+            descendants.push_back({child, childFacts->flags});
+            if (childFacts->isDirectory()) queue.emplace_back(std::move(child), depth + 1);
         }
     }
     return removalBlocker(item, descendants);

@@ -3,14 +3,13 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
-#include "core/platform/platform.hpp"
+#include "core/common/facts.hpp"
 
 namespace orvane {
 
@@ -46,12 +45,11 @@ std::string_view rawValue(RemovalBlocker::Kind kind);
 // no-unlink flag outranks a descendant's.
 std::optional<RemovalBlocker> removalBlocker(const PathFlags& item, const std::vector<PathFlags>& descendants);
 
-// Gathers the facts breadth-first, links not followed, within `maxDepth` levels and about
-// `maxEntries` names, and stops at the first restricted descendant. A miss means only that
-// nothing was found in the budget. `lstat` is the real one except in tests.
-std::optional<RemovalBlocker> removalBlocker(
-    const std::string& path, int maxDepth, int maxEntries,
-    const std::function<std::optional<platform::FileFacts>(const std::string&)>& lstat = platform::lstatFacts);
+// Gathers the flags breadth-first through `facts` (lstat and listings), links not followed, within
+// `maxDepth` levels and about `maxEntries` names, and stops at the first restricted descendant. A
+// miss means only that nothing was found in the budget.
+std::optional<RemovalBlocker> removalBlocker(const std::string& path, int maxDepth, int maxEntries,
+                                             const Facts& facts = Facts::real());
 
 // How a delete that asked for the administrator's password ended.
 struct SystemDeleteResult {

@@ -6,11 +6,31 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "core/cleanup/vendor_janitors.hpp"
+#include "core/common/path.hpp"
 
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
+
+ToolResult exited(std::int32_t status, std::vector<std::string> lines = {}) {
+    ToolResult result;
+    result.lines = std::move(lines);
+    result.status = status;
+    return result;
+}
+
+platform::FileFacts entry(std::uint32_t mode) {
+    platform::FileFacts facts;
+    facts.mode = mode;
+    facts.device = 1;
+    return facts;
+}
 
 class ArtifactWalkTest : public ::testing::Test {
 protected:
@@ -122,25 +142,151 @@ TEST_F(ArtifactWalkTest, GitStatesInOrderWithTheGateAskedOnce) {
     const std::string git = "cd '" + repo + "' && /usr/bin/git -c user.email=t@example.com -c user.name=t ";
     ASSERT_EQ(std::system((git + "init -q . && " + git + "add tool && " + git + "commit -qm x >/dev/null").c_str()), 0);
 
+    // The gate of a Mac, answered here; git itself runs for real.
     std::atomic<int> gateAsked{0};
-    auto gate = [&] {
+    Facts facts = Facts::real();
+    facts.rules = RuleSet::macOS;
+    facts.run = [&](const std::string& tool, const std::vector<std::string>& args, double timeout, bool nul,
+                    ToolErrors errors) {
+        if (tool != "/usr/bin/xcode-select") return runToolSplit(tool, args, timeout, nul, errors);
         ++gateAsked;
-        return gitMayBeAsked();
+        return exited(0);
     };
     const std::vector<std::string> folders = {repo + "/tool/target", dir_ + "/free/target", repo + "/app/node_modules"};
-    auto states = sweepGitStates(folders, gate, 2);
+    EXPECT_EQ(sweepGitStates(folders, 2, facts), (std::vector<SweepGitState>{SweepGitState::tracked(),
+                                                                            SweepGitState::notInRepo(),
+                                                                            SweepGitState::untracked()}));
     EXPECT_EQ(gateAsked, 1);
-    ASSERT_EQ(states.size(), 3u);
-    if (gitMayBeAsked()) {
-        EXPECT_EQ(states[0], SweepGitState::tracked());
-        EXPECT_EQ(states[2], SweepGitState::untracked());
-    }
-    EXPECT_EQ(states[1], SweepGitState::notInRepo());
 
     gateAsked = 0;
-    EXPECT_EQ(sweepGitStates({dir_ + "/free/target"}, gate), std::vector<SweepGitState>{SweepGitState::notInRepo()});
+    EXPECT_EQ(sweepGitStates({dir_ + "/free/target"}, 4, facts),
+              std::vector<SweepGitState>{SweepGitState::notInRepo()});
     EXPECT_EQ(gateAsked, 0);  // no repository: git is not even considered
-    EXPECT_TRUE(sweepGitStates({}, gate).empty());
+    EXPECT_TRUE(sweepGitStates({}, 4, facts).empty());
+}
+
+// A Mac made of facts alone: folders by path ("/" ends a folder's name), tools answered by their
+// command line. Its home is nowhere on this machine, and the facts it leaves out throw when asked,
+// so a walk or a detection that read around the facts would find nothing or fail.
+class FakeMac {
+public:
+    explicit FakeMac(const std::vector<std::string>& paths) {
+        for (const auto& path : paths) {
+            const bool folder = path.ends_with('/');
+            std::string child = folder ? path.substr(0, path.size() - 1) : path;
+            if (folder) folders_[child];
+            else files_.insert(child);
+            for (bool isFolder = folder; child != "/"; isFolder = true) {
+                const std::string parent = deletingLastPathComponent(child);
+                auto& entries = folders_[parent];
+                const FolderEntry entry{lastPathComponent(child), isFolder};
+                if (std::find(entries.begin(), entries.end(), entry) == entries.end()) entries.push_back(entry);
+                child = parent;
+            }
+        }
+    }
+
+    Facts facts(std::function<ToolResult(const std::vector<std::string>&)> tools) const {
+        Facts facts;
+        facts.rules = RuleSet::macOS;
+        facts.recorded = true;
+        facts.home = [](std::string_view c) { return c.empty() ? std::string(kHome) : appendingPathComponent(kHome, c); };
+        facts.exists = [this](const std::string& p) { return has(p); };
+        facts.resolve = [this](const std::string& p) -> std::optional<std::string> {
+            if (!has(p)) return std::nullopt;
+            return p;
+        };
+        facts.lstat = [this](const std::string& p) -> std::optional<platform::FileFacts> {
+            if (folders_.contains(p)) return entry(0040755);
+            if (files_.contains(p)) return entry(0100755);
+            return std::nullopt;
+        };
+        facts.list = [this](const std::string& p) -> std::optional<std::vector<FolderEntry>> {
+            auto folder = folders_.find(p);
+            if (folder == folders_.end()) return std::nullopt;
+            return folder->second;
+        };
+        facts.read = [this](const std::string& p, std::uint64_t) {
+            FileRead read;
+            if (files_.contains(p)) read.bytes = "";
+            return read;
+        };
+        // du measures from two threads and git asks from several.
+        facts.run = [tools, lock = std::make_shared<std::mutex>()](const std::string& tool,
+                                                                   const std::vector<std::string>& args, double, bool,
+                                                                   ToolErrors) {
+            std::vector<std::string> argv = {tool};
+            argv.insert(argv.end(), args.begin(), args.end());
+            std::lock_guard hold(*lock);
+            return tools(argv);
+        };
+        return facts;
+    }
+
+    static constexpr const char* kHome = "/Users/alex";
+
+private:
+    bool has(const std::string& p) const { return folders_.contains(p) || files_.contains(p); }
+
+    std::map<std::string, std::vector<FolderEntry>> folders_;
+    std::set<std::string> files_;
+};
+
+TEST(RecordedMac, WalkGitAndJanitorsAskOnlyTheFacts) {
+    ASSERT_FALSE(fs::exists(FakeMac::kHome));
+    const FakeMac mac({
+        "/Users/alex/code/.git/",
+        "/Users/alex/code/web/package.json",
+        "/Users/alex/code/web/node_modules/left-pad/index.js",
+        "/Users/alex/code/rust/Cargo.toml",
+        "/Users/alex/code/rust/target/debug/app",
+        "/Users/alex/Library/Caches/proj/package.json",  // the home's Library is not walked
+        "/Users/alex/Library/Caches/proj/node_modules/",
+        "/Users/alex/Library/Developer/CoreSimulator/Devices/",
+        "/Users/alex/.nvm/versions/node/20.1/bin/node",
+        "/usr/bin/xcrun",
+        "/opt/homebrew/bin/npm",
+        "/opt/homebrew/bin/brew",  // present, but its harmless run fails
+    });
+    const std::string nvm = "/Users/alex/.nvm/versions/node/20.1/bin";
+    const std::map<std::vector<std::string>, ToolResult> answers = {
+        {{"/usr/bin/xcode-select", "-p"}, exited(0, {"/Library/Developer/CommandLineTools"})},
+        {{"/usr/bin/git", "-C", "/Users/alex/code", "-c", "core.quotePath=true", "ls-files", "--", "rust/target"},
+         exited(0, {"rust/target/debug/app"})},
+        {{"/usr/bin/git", "-C", "/Users/alex/code", "-c", "core.quotePath=true", "ls-files", "--", "web/node_modules"},
+         exited(0)},
+        {{"/usr/bin/env", "PATH=/usr/bin:/opt/homebrew/bin:/usr/local/bin:/bin:/usr/sbin:/sbin:" + nvm,
+          "/usr/bin/xcrun", "-f", "simctl"},
+         exited(0)},
+        {{"/usr/bin/env", "PATH=/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin:" + nvm,
+          "/opt/homebrew/bin/npm", "--version"},
+         exited(0, {"10.8.1"})},
+    };
+    const std::map<std::string, std::string> kibibytes = {{"/Users/alex/code/rust/target", "12"},
+                                                          {"/Users/alex/code/web/node_modules", "3"}};
+    const Facts facts = mac.facts([&](const std::vector<std::string>& argv) {
+        if (argv.front() == "/usr/bin/du") {  // the batches depend on timing: answer any of them
+            ToolResult du = exited(0);
+            for (auto p = std::find(argv.begin(), argv.end(), "--"); p != argv.end(); ++p)
+                if (kibibytes.contains(*p)) du.lines.push_back(kibibytes.at(*p) + "\t" + *p);
+            return du;
+        }
+        auto answer = answers.find(argv);
+        return answer == answers.end() ? ToolResult{} : answer->second;
+    });
+
+    const auto measured = findAndMeasureProjectArtifacts("/Users/alex", {}, {}, 60, facts);
+    std::vector<std::string> rows;
+    for (std::size_t i = 0; i < measured.walk.artifacts.size(); ++i)
+        rows.push_back(measured.walk.artifacts[i].path + " " + std::to_string(measured.sizes[i]));
+    EXPECT_EQ(rows, (std::vector<std::string>{"/Users/alex/code/rust/target 12288",
+                                              "/Users/alex/code/web/node_modules 3072"}));
+    EXPECT_EQ(sweepGitStates({"/Users/alex/code/rust/target", "/Users/alex/code/web/node_modules"}, 4, facts),
+              (std::vector<SweepGitState>{SweepGitState::tracked(), SweepGitState::untracked()}));
+
+    std::vector<std::string> janitors;
+    for (const auto& [tool, at] : detectVendorTools(facts)) janitors.push_back(tool.id + "@" + at);
+    EXPECT_EQ(janitors, (std::vector<std::string>{"simctl@/usr/bin/xcrun", "npm@/opt/homebrew/bin/npm"}));
 }
 
 }  // namespace

@@ -90,10 +90,12 @@ TEST(ProjectArtifactRule, NeedsAManifestBeside) {
 TEST(GitRepoRoot, WalksUpFromTheParentAndNeverTestsTheRoot) {
     std::vector<std::string> asked;
     auto disk = [&](std::set<std::string> present) {
-        return [&asked, present](const std::string& p) {
+        Facts facts = Facts::real();
+        facts.exists = [&asked, present](const std::string& p) {
             asked.push_back(p);
             return present.contains(p);
         };
+        return facts;
     };
 
     EXPECT_EQ(gitRepoRoot("/a", disk({"/.git", "/a/.git"})), std::nullopt);
@@ -139,6 +141,47 @@ TEST(GitignoreMentions, PlainNamesOnly) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(gitignoreMentions(c.text, c.name, c.relative), c.expected) << "'" << c.text << "' " << c.relative;
+}
+
+ToolResult exited(std::int32_t status) {
+    ToolResult result;
+    result.status = status;
+    return result;
+}
+
+TEST(GitMayBeAsked, TheRulesOfTheFactsChooseTheTest) {
+    constexpr std::uint32_t kRegular = 0100000, kFolder = 0040000;
+    struct Case {
+        RuleSet rules;
+        ToolResult xcodeSelect;
+        std::optional<std::uint32_t> gitMode;  // lstat of /usr/bin/git
+        bool expected;
+    };
+    const std::vector<Case> cases = {
+        {RuleSet::macOS, exited(0), std::nullopt, true},  // the stand-in is never looked at
+        {RuleSet::macOS, exited(2), kRegular | 0755, false},
+        {RuleSet::withLinuxAdditions, exited(2), kRegular | 0755, true},
+        {RuleSet::withLinuxAdditions, exited(0), kRegular | 0644, false},
+        {RuleSet::withLinuxAdditions, exited(0), kFolder | 0755, false},
+        {RuleSet::withLinuxAdditions, exited(0), std::nullopt, false},
+    };
+    for (const auto& c : cases) {
+        Facts facts;
+        facts.rules = c.rules;
+        facts.run = [&](const std::string& tool, const std::vector<std::string>& args, double, bool, ToolErrors) {
+            EXPECT_EQ(tool + " " + args.at(0), "/usr/bin/xcode-select -p");
+            return c.xcodeSelect;
+        };
+        facts.resolve = [](const std::string& p) -> std::optional<std::string> { return p; };
+        facts.lstat = [&](const std::string& p) -> std::optional<platform::FileFacts> {
+            if (p != "/usr/bin/git" || !c.gitMode) return std::nullopt;
+            platform::FileFacts git;
+            git.mode = *c.gitMode;
+            return git;
+        };
+        EXPECT_EQ(gitMayBeAsked(facts), c.expected) << (c.rules == RuleSet::macOS) << " " << c.xcodeSelect.status
+                                                    << " " << c.gitMode.value_or(0);
+    }
 }
 
 TEST(ProjectSweepOffers, OnlyWhatGitDoesNotHold) {
@@ -213,28 +256,28 @@ protected:
 
 TEST_F(SweepGitStateTest, AsksGit) {
     if (!gitMayBeAsked()) GTEST_SKIP() << "/usr/bin/git is not an executable file here";
-    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build", repo_), SweepGitState::tracked());
-    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_), SweepGitState::untracked());
-    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_), SweepGitState::untracked());
-    EXPECT_EQ(sweepGitState(repo_ + "/odd/build", repo_), SweepGitState::tracked());
-    EXPECT_EQ(sweepGitState(dir_ + "/outside/target", std::nullopt), SweepGitState::notInRepo());
+    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build", repo_, true), SweepGitState::tracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_, true), SweepGitState::untracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_, true), SweepGitState::untracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/odd/build", repo_, true), SweepGitState::tracked());
+    EXPECT_EQ(sweepGitState(dir_ + "/outside/target", std::nullopt, true), SweepGitState::notInRepo());
     EXPECT_EQ(gitRepoRoot(repo_ + "/app/node_modules"), repo_);
     EXPECT_EQ(gitRepoRoot(dir_ + "/outside/target"), std::nullopt);
     // A folder given with a trailing slash is asked about the same way.
-    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build/", repo_), SweepGitState::tracked());
+    EXPECT_EQ(sweepGitState(repo_ + "/tracked/build/", repo_, true), SweepGitState::tracked());
 }
 
 TEST_F(SweepGitStateTest, GitFailingIsUnknownAndNotOffered) {
     if (!gitMayBeAsked()) GTEST_SKIP() << "/usr/bin/git is not an executable file here";
     // A "repository" that git does not know: ls-files fails.
     const std::string notRepo = dir_ + "/outside";
-    auto state = sweepGitState(notRepo + "/target", notRepo);
+    auto state = sweepGitState(notRepo + "/target", notRepo, true);
     EXPECT_EQ(state, SweepGitState::unknown(false)) << describe(state);
     EXPECT_FALSE(projectSweepOffers(state));
 }
 
 TEST_F(SweepGitStateTest, WithoutGitOnlyTheGitignoreSpeaks) {
-    auto closed = [] { return false; };
+    constexpr bool closed = false;
     EXPECT_EQ(sweepGitState(repo_ + "/ignored/target", repo_, closed), SweepGitState::unknown(true));
     EXPECT_EQ(sweepGitState(repo_ + "/app/node_modules", repo_, closed), SweepGitState::unknown(false));
     EXPECT_EQ(sweepGitState(repo_ + "/tracked/build", repo_, closed), SweepGitState::unknown(false));

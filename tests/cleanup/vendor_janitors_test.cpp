@@ -8,15 +8,26 @@
 #include <fstream>
 #include <set>
 
+#include "core/common/path.hpp"
+
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
 
-const VendorTool& row(const std::string& id) {
+VendorTool row(const std::string& id) {
     for (const auto& t : vendorToolTable())
         if (t.id == id) return t;
     throw std::runtime_error("no row " + id);
+}
+
+// This machine, with another home than its own.
+Facts withHome(const std::string& homeDir) {
+    Facts facts = Facts::real();
+    facts.home = [homeDir](std::string_view component) {
+        return component.empty() ? homeDir : appendingPathComponent(homeDir, component);
+    };
+    return facts;
 }
 
 TEST(VendorToolTable, TwentyRowsInOrder) {
@@ -64,7 +75,7 @@ TEST(VendorToolTable, NotesVerbatim) {
 }
 
 TEST(VendorJanitorID, CacheFoldersUnderTheHome) {
-    const std::string h = "/Users/a";
+    const Facts h = withHome("/Users/a");
     struct Case {
         std::string path;
         std::optional<std::string> id;
@@ -174,21 +185,18 @@ TEST_F(FakeTools, HangingToolIsStoppedAndIsNoTool) {
 TEST_F(FakeTools, ToolGetsItsOwnSearchPath) {
     const std::string expected = dir_ + "/bin:/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
     const std::string checker = script("pathcheck", "[ \"$PATH\" = \"" + expected + "\" ]");
-    ASSERT_EQ(vendorToolPATH(checker, dir_ + "/nohome"), expected);
-    const char* savedHome = std::getenv("HOME");
-    const std::string saved = savedHome ? savedHome : "";
-    ::setenv("HOME", (dir_ + "/nohome").c_str(), 1);
-    EXPECT_TRUE(vendorToolRuns(checker, {}));
-    ::setenv("HOME", saved.c_str(), 1);
+    const Facts noHome = withHome(dir_ + "/nohome");
+    ASSERT_EQ(vendorToolPATH(checker, noHome), expected);
+    EXPECT_TRUE(vendorToolRuns(checker, {}, 5.0, noHome));
 }
 
 TEST_F(FakeTools, NodeVersionsInDescendingTextOrder) {
     for (auto v : {"18.0", "20.1", "9.0"}) fs::create_directories(dir_ + "/.nvm/versions/node/" + v + "/bin");
-    EXPECT_EQ(vendorToolPATH("/opt/homebrew/bin/npm", dir_),
+    EXPECT_EQ(vendorToolPATH("/opt/homebrew/bin/npm", withHome(dir_)),
               "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin:" + dir_ +
                   "/.nvm/versions/node/9.0/bin:" + dir_ + "/.nvm/versions/node/20.1/bin:" + dir_ +
                   "/.nvm/versions/node/18.0/bin");
-    EXPECT_EQ(vendorToolPATH("/usr/bin/npm", dir_ + "/absent"),
+    EXPECT_EQ(vendorToolPATH("/usr/bin/npm", withHome(dir_ + "/absent")),
               "/usr/bin:/opt/homebrew/bin:/usr/local/bin:/bin:/usr/sbin:/sbin");
 }
 
@@ -215,37 +223,42 @@ TEST_F(FakeTools, DetectionTriesOnlyTheFirstExistingCandidate) {
 }
 
 TEST(DetectVendorTools, SimulatorsNeedTheirFolder) {
-    const auto& simctl = row("simctl");
+    const auto simctl = row("simctl");
     std::set<std::string> disk = {"/usr/bin/xcrun"};
-    auto exists = [&](const std::string& p) { return disk.contains(p); };
     std::vector<std::string> ran;
-    auto runs = [&](const std::string& p, const std::vector<std::string>& args) {
-        ran.push_back(p + " " + args.at(0));
-        return true;
+    Facts facts = Facts::real();
+    facts.exists = [&](const std::string& p) { return disk.contains(p); };
+    facts.run = [&](const std::string& tool, const std::vector<std::string>& args, double, bool, ToolErrors) {
+        ran.push_back(tool + " " + args.at(1) + " " + args.at(2));  // after env's PATH=
+        ToolResult succeeded;
+        succeeded.status = 0;
+        return succeeded;
     };
-    EXPECT_TRUE(detectVendorTools({simctl}, exists, runs).empty());
+    EXPECT_TRUE(detectVendorTools({simctl}, facts).empty());
     EXPECT_TRUE(ran.empty());  // nothing is run for a janitor of no use
     disk.insert(*simctl.requirePath);
-    auto found = detectVendorTools({simctl}, exists, runs);
+    auto found = detectVendorTools({simctl}, facts);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0].path, "/usr/bin/xcrun");
-    EXPECT_EQ(ran, std::vector<std::string>{"/usr/bin/xcrun -f"});
+    EXPECT_EQ(ran, std::vector<std::string>{"/usr/bin/env /usr/bin/xcrun -f"});
 }
 
 TEST(VendorToolCandidates, ThisSystemsFoldersComeAfterTheTables) {
-    const auto& npm = row("npm");
-    auto all = vendorToolCandidates(npm, "/home/a");
+    const auto npm = row("npm");
+    Facts facts = withHome("/home/a");
+    auto all = vendorToolCandidates(npm, facts);
     ASSERT_GE(all.size(), npm.candidates.size());
     EXPECT_TRUE(std::equal(npm.candidates.begin(), npm.candidates.end(), all.begin()));
     EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());  // each once
 #ifdef __linux__
     EXPECT_NE(std::find(all.begin(), all.end(), "/usr/bin/npm"), all.end());
     EXPECT_NE(std::find(all.begin(), all.end(), "/home/a/.local/bin/npm"), all.end());
-    auto brew = vendorToolCandidates(row("brew"), "/home/a");
+    auto brew = vendorToolCandidates(row("brew"), facts);
     EXPECT_NE(std::find(brew.begin(), brew.end(), "/home/linuxbrew/.linuxbrew/bin/brew"), brew.end());
-#else
-    EXPECT_EQ(all, npm.candidates);
 #endif
+    // A Mac, also one recorded and read here, has only the table's places.
+    facts.rules = RuleSet::macOS;
+    EXPECT_EQ(vendorToolCandidates(npm, facts), npm.candidates);
 }
 
 TEST_F(FakeTools, RunVendorJanitorRunsTheArgumentsAndShowsTheOutput) {

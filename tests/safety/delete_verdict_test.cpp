@@ -269,6 +269,10 @@ TEST_F(ProjectLook, BreadthFirstWithinDepthAndBudget) {
     EXPECT_EQ(sourceProjectWithin(h + "/shallowfirst", 2, 400), h + "/shallowfirst/a");
     EXPECT_EQ(sourceProjectWithin(h + "/absent", 2, 400), std::nullopt);
     EXPECT_EQ(sourceProjectWithin(h + "/both/package.json", 2, 400), std::nullopt);  // a file lists as empty
+    // The containers are those of the home the facts give, which need not be this machine's.
+    Facts elsewhere = Facts::real();
+    elsewhere.home = [](std::string_view c) { return appendingPathComponent("/Users/alex", c); };
+    EXPECT_EQ(sourceProjectWithin(h + "/Documents", 2, 400, elsewhere), h + "/Documents/p");
 }
 
 TEST_F(ProjectLook, TheBudgetIsCountedInNames) {

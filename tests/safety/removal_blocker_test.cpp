@@ -70,13 +70,15 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    std::function<std::optional<platform::FileFacts>(const std::string&)> flagged() {
-        return [this](const std::string& p) {
+    Facts flagged() {
+        Facts facts = Facts::real();
+        facts.lstat = [this](const std::string& p) {
             asked_.push_back(p);
-            auto facts = platform::lstatFacts(p);
-            if (facts && flags_.contains(p)) facts->flags |= flags_.at(p);
-            return facts;
+            auto entry = platform::lstatFacts(p);
+            if (entry && flags_.contains(p)) entry->flags |= flags_.at(p);
+            return entry;
         };
+        return facts;
     }
     std::string dir_;
     std::map<std::string, std::uint32_t> flags_;
