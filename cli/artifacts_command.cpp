@@ -54,13 +54,13 @@ Result runArtifacts(const std::string& path, const Invocation& in) {
     auto measured = findAndMeasureProjectArtifacts(root, {}, [&](std::int64_t folders, std::size_t found) {
         progress.show("Looking through folders: " + std::to_string(folders) + ", rebuildable folders found: " +
                      std::to_string(found) + "…");
-    }, kDuTimeout);
+    }, kDuTimeout, in.facts);
     const auto& walk = measured.walk;
 
     std::vector<std::string> paths;
     for (const auto& a : walk.artifacts) paths.push_back(a.path);
     progress.show("Asking git about " + std::to_string(paths.size()) + " folders…");
-    const auto states = sweepGitStates(paths);
+    const auto states = sweepGitStates(paths, 4, in.facts);
     progress.clear();
 
     std::vector<Row> rows;

@@ -32,7 +32,7 @@ std::string commandLine(const std::string& binary, const std::vector<std::string
 
 Result listJanitors(const Invocation& in) {
     in.progress.show("Checking which janitors' tools are installed and run…");
-    const auto found = detectVendorTools();
+    const auto found = detectVendorTools(in.facts);
     in.progress.clear();
 
     Result result;
@@ -64,11 +64,11 @@ Result listJanitors(const Invocation& in) {
 }
 
 // The sizes of the cache folders this janitor empties; -1 when one could not be measured.
-std::int64_t cacheBytes(const std::vector<std::string>& folders) {
+std::int64_t cacheBytes(const std::vector<std::string>& folders, const Facts& facts) {
     std::int64_t total = 0;
     for (const auto& folder : folders) {
-        if (!fileExists(folder)) continue;
-        const std::int64_t bytes = duBatchSizes({folder}, kMeasureTimeout)[folder];
+        if (!facts.exists(folder)) continue;
+        const std::int64_t bytes = duBatchSizes({folder}, kMeasureTimeout, facts)[folder];
         if (bytes < 0) return -1;
         total = addBytesOrUnknown(total, bytes);
         if (total < 0) return -1;
@@ -86,7 +86,7 @@ bool confirmed(const JanitorConfirmation& confirmation) {
 }
 
 Result runJanitor(const JanitorsOptions& options, const Invocation& in) {
-    const auto& table = vendorToolTable();
+    const auto table = vendorToolTable(in.facts);
     auto row = std::find_if(table.begin(), table.end(), [&](const VendorTool& t) { return t.id == options.runID; });
     if (row == table.end())
         throw OVError("No janitor is called \"" + options.runID + "\"; orvane janitors lists the ones here.");
@@ -94,7 +94,7 @@ Result runJanitor(const JanitorsOptions& options, const Invocation& in) {
     if (!options.yes && in.json) throw OVError("With --json, give --yes: the confirmation cannot be asked in JSON output.");
     if (!options.yes && !in.facts.recorded && !::isatty(STDIN_FILENO))
         throw OVError("Nothing was run: confirm on a terminal, or give --yes.");
-    const auto found = detectVendorTools({*row});
+    const auto found = detectVendorTools({*row}, in.facts);
     Result result;
     if (found.empty()) {
         result.status = kRefused;
@@ -115,11 +115,11 @@ Result runJanitor(const JanitorsOptions& options, const Invocation& in) {
         return result;
     }
 
-    const auto folders = vendorJanitorCachePaths(tool.id);
-    const std::int64_t before = cacheBytes(folders);
+    const auto folders = vendorJanitorCachePaths(tool.id, in.facts);
+    const std::int64_t before = cacheBytes(folders, in.facts);
     if (!in.json) std::cout << escapeControlCharacters("Running " + commandLine(binary, tool.args) + " …") << std::endl;
-    const ToolRun run = runVendorJanitor(tool, binary, kJanitorTimeout);
-    const std::int64_t after = cacheBytes(folders);
+    const ToolRun run = runVendorJanitor(tool, binary, kJanitorTimeout, in.facts);
+    const std::int64_t after = cacheBytes(folders, in.facts);
     const JanitorSpaceClaim claim = before > 0 && after >= 0 && before > after
                                         ? JanitorSpaceClaim::approximate(before - after)
                                         : JanitorSpaceClaim::none();

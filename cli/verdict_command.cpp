@@ -43,12 +43,12 @@ Result runVerdict(const VerdictOptions& options, const Invocation& in) {
             rows.push_back({{"path", path}, {"verdict", nullptr}, {"reason", "it does not exist"}, {"blocker", nullptr}});
             continue;
         }
-        const DeleteVerdict verdict = onDiskDeleteVerdict(path, options.permanently);
+        const DeleteVerdict verdict = onDiskDeleteVerdict(path, options.permanently, facts);
         const std::optional<std::string> protectedBy =
             verdict.refused() ? std::nullopt : protectionRefusal(path, protections, {}, {}, userHome);
         // A refused item is not going anywhere, so only an allowed one is looked into.
         std::optional<RemovalBlocker> blocker;
-        if (!verdict.refused() && !protectedBy) blocker = removalBlocker(path, kBlockerDepth, kBlockerEntries);
+        if (!verdict.refused() && !protectedBy) blocker = removalBlocker(path, kBlockerDepth, kBlockerEntries, facts);
         allAllowed = allAllowed && !verdict.refused() && !protectedBy && !blocker;
 
         nlohmann::ordered_json row;
