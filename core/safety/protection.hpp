@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "core/common/format.hpp"
+#include "core/common/raw_value.hpp"
 #include "core/scan/space_item.hpp"
 
 namespace orvane {
@@ -30,8 +32,11 @@ struct ProtectEntry {
     std::vector<std::string> roots() const;
     bool operator==(const ProtectEntry&) const = default;
 };
-std::string_view rawValue(ProtectEntry::Kind kind);
-std::optional<ProtectEntry::Kind> protectEntryKindFromRawValue(std::string_view raw);
+template <>
+struct RawValues<ProtectEntry::Kind> {
+    static constexpr std::array<std::pair<ProtectEntry::Kind, std::string_view>, 3> table = {
+        {{ProtectEntry::Kind::item, "item"}, {ProtectEntry::Kind::folder, "folder"}, {ProtectEntry::Kind::app, "app"}}};
+};
 
 struct ProtectList {
     static constexpr int currentVersion = 1;
