@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <atomic>
+#include <ctime>
 #include <set>
 #include <thread>
 
@@ -116,6 +118,44 @@ TEST_F(LedgerStore, AFIFOInItsPlaceReadsAsEmptyAndIsNeverWaitedOn) {
     Ledger::flush();
     recordAutoAction("auto");
     EXPECT_TRUE(isFIFO(ledger_ + "/actions.log"));  // a file it cannot read is left as it is
+}
+
+TEST_F(LedgerStore, OpeningTheFolderRemovesWhatKilledWritesLeftAndNothingElse) {
+    enum Kind { file, folder, link };
+    struct Case {
+        const char* name;
+        Kind kind;
+        bool old;  // untouched for an hour
+        bool removed;
+    } cases[] = {
+        {".moves.json.tmp-123", file, true, true},
+        {".itemsCache-2f5nyihd5ezxk.json.tmp-4294967295", file, true, true},
+        {".x.tmp-1.tmp-2", file, true, true},
+        {".snapshots.json.tmp-7", file, false, false},  // perhaps another process's write under way
+        {"moves.json.tmp-123", file, true, false},
+        {".moves.json.tmp-", file, true, false},
+        {".moves.json.tmp-12x", file, true, false},
+        {".tmp-12", file, true, false},
+        {".trends.json.tmp-9", folder, true, false},
+        {".trends.json.tmp-8", link, true, false},
+        {"moves.json", file, true, false},
+    };
+    const std::string target = root_ + "/target";
+    put(target, "kept");
+    for (const auto& c : cases) {
+        const std::string path = ledger_ + "/" + c.name;
+        if (c.kind == file) putLedgerFile(c.name, "[]");
+        if (c.kind == folder) fs::create_directories(path);
+        if (c.kind == link) fs::create_symlink(target, path);
+        if (c.old) {
+            const timespec hourAgo{std::time(nullptr) - 3600, 0};
+            const timespec times[2] = {hourAgo, hourAgo};
+            ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << c.name;
+        }
+    }
+    EXPECT_TRUE(Ledger::loadMoves().empty());
+    for (const auto& c : cases) EXPECT_EQ(present(ledger_ + "/" + c.name), !c.removed) << c.name;
+    EXPECT_EQ(contents(target), "kept");
 }
 
 TEST_F(LedgerStore, SnapshotsKeepTheNewest40) {
