@@ -105,6 +105,7 @@ std::optional<std::string> readWindow(int fd, std::int64_t offset, std::int64_t 
 
 std::vector<std::string> windowedActions(std::optional<TimePoint> since) {
     if (isRetired()) return {};
+    openLedgerDir();
     RegularFile log(ledgerFile(kLogFile));
     if (!log.isOpen()) return {};
     const std::int64_t size = log.size();

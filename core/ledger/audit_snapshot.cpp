@@ -4,14 +4,12 @@
 
 #include "core/common/byte_counts.hpp"
 #include "core/common/checked.hpp"
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
 #include "core/ledger/action_log.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 #include "core/scan/top_most.hpp"
 
 namespace orvane {
-
-using namespace ledger::internal;
 
 namespace {
 constexpr std::int64_t kFindingMinimumBytes = 1'000'000;
@@ -58,12 +56,11 @@ nlohmann::ordered_json JSONCoding<AuditSnapshot::Finding>::encode(const AuditSna
 }
 
 std::optional<AuditSnapshot::Finding> JSONCoding<AuditSnapshot::Finding>::decode(const nlohmann::json& value) {
-    auto path = stringField(value, "path");
-    auto title = stringField(value, "title");
-    auto category = stringField(value, "category");
-    auto bytes = byteCountField(value, "bytes");
-    if (!path || !title || !category || !bytes) return std::nullopt;
-    return AuditSnapshot::Finding{std::move(*path), std::move(*title), std::move(*category), *bytes};
+    JSONFields fields(value, "a finding");
+    AuditSnapshot::Finding finding{fields.string("path"), fields.string("title"), fields.string("category"),
+                                   fields.byteCount("bytes")};
+    if (!fields) return std::nullopt;
+    return finding;
 }
 
 nlohmann::ordered_json JSONCoding<AuditSnapshot>::encode(const AuditSnapshot& snapshot) {
@@ -83,33 +80,22 @@ nlohmann::ordered_json JSONCoding<AuditSnapshot>::encode(const AuditSnapshot& sn
 }
 
 std::optional<AuditSnapshot> JSONCoding<AuditSnapshot>::decode(const nlohmann::json& value) {
-    auto date = dateField(value, "date");
-    auto scope = stringField(value, "scope");
-    auto capacity = byteCountField(value, "capacity");
-    auto free = byteCountField(value, "free");
-    auto used = byteCountField(value, "used");
-    auto scanSeconds = optionalDoubleField(value, "scanSeconds");
-    auto actionsSince = stringsField(value, "actionsSince");
-    if (!date || !scope || !capacity || !free || !used || !scanSeconds.valid || !actionsSince) return std::nullopt;
-    auto totals = value.find("categoryTotals");
-    auto findings = value.find("topFindings");
-    if (totals == value.end() || !totals->is_object() || findings == value.end()) return std::nullopt;
+    JSONFields fields(value, "an audit snapshot");
     AuditSnapshot snapshot;
-    for (auto it = totals->begin(); it != totals->end(); ++it) {
-        auto bytes = jsonByteCount(it.value());
-        if (!bytes) return std::nullopt;
-        snapshot.categoryTotals[it.key()] = *bytes;
+    snapshot.date = fields.date("date");
+    snapshot.scope = fields.string("scope");
+    snapshot.capacity = fields.byteCount("capacity");
+    snapshot.free = fields.byteCount("free");
+    snapshot.used = fields.byteCount("used");
+    snapshot.scanSeconds = fields.optionalNumber("scanSeconds");
+    snapshot.categoryTotals = fields.byteCounts("categoryTotals");
+    if (const auto* findings = fields.value("topFindings")) {
+        auto decoded = JSONCoding<std::vector<AuditSnapshot::Finding>>::decode(*findings);
+        if (decoded) snapshot.topFindings = std::move(*decoded);
+        else fields.fail("topFindings", "must be an array of findings");
     }
-    auto topFindings = JSONCoding<std::vector<AuditSnapshot::Finding>>::decode(*findings);
-    if (!topFindings) return std::nullopt;
-    snapshot.date = *date;
-    snapshot.scope = std::move(*scope);
-    snapshot.capacity = *capacity;
-    snapshot.free = *free;
-    snapshot.used = *used;
-    snapshot.scanSeconds = scanSeconds.value;
-    snapshot.topFindings = std::move(*topFindings);
-    snapshot.actionsSince = std::move(*actionsSince);
+    snapshot.actionsSince = fields.strings("actionsSince");
+    if (!fields) return std::nullopt;
     return snapshot;
 }
 

@@ -1,12 +1,10 @@
 #include "core/ledger/duplicates_watch_hit.hpp"
 
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 
 namespace orvane {
-
-using namespace ledger::internal;
 
 std::string DuplicatesWatchHit::title() const {
     std::string name = lastPathComponent(newPath);
@@ -27,16 +25,12 @@ nlohmann::ordered_json JSONCoding<DuplicatesWatchHit>::encode(const DuplicatesWa
 }
 
 std::optional<DuplicatesWatchHit> JSONCoding<DuplicatesWatchHit>::decode(const nlohmann::json& value) {
-    auto id = stringField(value, "id");
-    auto date = dateField(value, "date");
-    auto watchedRoot = stringField(value, "watchedRoot");
-    auto newPath = stringField(value, "newPath");
-    auto matches = stringsField(value, "matches");
-    auto bytes = byteCountField(value, "bytes");
-    auto dismissed = boolField(value, "dismissed");
-    if (!id || !date || !watchedRoot || !newPath || !matches || !bytes || !dismissed) return std::nullopt;
-    return DuplicatesWatchHit{std::move(*id), *date,   std::move(*watchedRoot), std::move(*newPath),
-                              std::move(*matches), *bytes, *dismissed};
+    JSONFields fields(value, "a duplicates watch hit");
+    DuplicatesWatchHit hit{fields.string("id"),      fields.date("date"),      fields.string("watchedRoot"),
+                           fields.string("newPath"), fields.strings("matches"), fields.byteCount("bytes"),
+                           fields.boolean("dismissed")};
+    if (!fields) return std::nullopt;
+    return hit;
 }
 
 }  // namespace orvane

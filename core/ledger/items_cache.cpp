@@ -2,12 +2,10 @@
 
 #include <climits>
 
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 
 namespace orvane {
-
-using namespace ledger::internal;
 
 nlohmann::ordered_json JSONCoding<Ledger::ItemsCache>::encode(const Ledger::ItemsCache& cache) {
     nlohmann::ordered_json out;
@@ -20,22 +18,18 @@ nlohmann::ordered_json JSONCoding<Ledger::ItemsCache>::encode(const Ledger::Item
 }
 
 std::optional<Ledger::ItemsCache> JSONCoding<Ledger::ItemsCache>::decode(const nlohmann::json& value) {
-    auto date = dateField(value, "date");
-    auto free = byteCountField(value, "free");
-    auto total = byteCountField(value, "total");
-    auto schema = optionalInt64Field(value, "schema");
-    if (!date || !free || !total || !schema.valid) return std::nullopt;
-    if (schema.value && (*schema.value < INT_MIN || *schema.value > INT_MAX)) return std::nullopt;
-    auto items = value.find("items");
-    if (items == value.end()) return std::nullopt;
-    auto decoded = decodeSpaceItems(*items);
-    if (!decoded.items) return std::nullopt;
+    JSONFields fields(value, "the items cache");
     Ledger::ItemsCache cache;
-    cache.date = *date;
-    cache.items = std::move(*decoded.items);
-    cache.free = *free;
-    cache.total = *total;
-    if (schema.value) cache.schema = static_cast<int>(*schema.value);
+    cache.date = fields.date("date");
+    if (const auto* items = fields.value("items")) {
+        auto decoded = decodeSpaceItems(*items);
+        if (decoded.items) cache.items = std::move(*decoded.items);
+        else fields.fail(std::move(decoded.error));
+    }
+    cache.free = fields.byteCount("free");
+    cache.total = fields.byteCount("total");
+    if (auto schema = fields.optionalWholeNumber("schema", INT_MIN, INT_MAX)) cache.schema = static_cast<int>(*schema);
+    if (!fields) return std::nullopt;
     return cache;
 }
 

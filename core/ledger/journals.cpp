@@ -3,28 +3,11 @@
 #include <algorithm>
 
 #include "core/ledger/internal/journal_entries.hpp"
-#include "core/ledger/internal/json_fields.hpp"
+#include "core/common/json_fields.hpp"
 #include "core/ledger/internal/store.hpp"
 #include "core/ledger/ledger.hpp"
 
 namespace orvane {
-
-std::string_view rawValue(InflightKind kind) {
-    switch (kind) {
-        case InflightKind::compact: return "compact";
-        case InflightKind::compress: return "compress";
-        case InflightKind::dedupe: return "dedupe";
-        case InflightKind::move: return "move";
-    }
-    return "";
-}
-
-template <>
-std::optional<InflightKind> fromRawValue<InflightKind>(std::string_view raw) {
-    for (auto kind : {InflightKind::compact, InflightKind::compress, InflightKind::dedupe, InflightKind::move})
-        if (rawValue(kind) == raw) return kind;
-    return std::nullopt;
-}
 
 nlohmann::ordered_json JSONCoding<ledger::internal::SwapEntry>::encode(const ledger::internal::SwapEntry& entry) {
     nlohmann::ordered_json out;
@@ -34,12 +17,10 @@ nlohmann::ordered_json JSONCoding<ledger::internal::SwapEntry>::encode(const led
 }
 
 std::optional<ledger::internal::SwapEntry> JSONCoding<ledger::internal::SwapEntry>::decode(const nlohmann::json& value) {
-    auto path = ledger::internal::stringField(value, "path");
-    auto kindText = ledger::internal::stringField(value, "kind");
-    if (!path || !kindText) return std::nullopt;
-    auto kind = fromRawValue<InflightKind>(*kindText);
-    if (!kind) return std::nullopt;
-    return ledger::internal::SwapEntry{std::move(*path), *kind};
+    JSONFields fields(value, "a swap journal entry");
+    ledger::internal::SwapEntry entry{fields.string("path"), fields.raw<InflightKind>("kind")};
+    if (!fields) return std::nullopt;
+    return entry;
 }
 
 }  // namespace orvane

@@ -1,9 +1,11 @@
 // The crash journals: the intent of an in-place change, on disk for as long as the change runs.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/common/raw_value.hpp"
@@ -13,9 +15,12 @@ namespace orvane {
 
 enum class InflightKind { compact, compress, dedupe, move };
 
-std::string_view rawValue(InflightKind kind);
 template <>
-std::optional<InflightKind> fromRawValue<InflightKind>(std::string_view raw);
+struct RawValues<InflightKind> {
+    static constexpr std::array<std::pair<InflightKind, std::string_view>, 4> table = {
+        {{InflightKind::compact, "compact"}, {InflightKind::compress, "compress"}, {InflightKind::dedupe, "dedupe"},
+         {InflightKind::move, "move"}}};
+};
 
 }  // namespace orvane
 

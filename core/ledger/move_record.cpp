@@ -1,11 +1,9 @@
 #include "core/ledger/move_record.hpp"
 
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 
 namespace orvane {
-
-using namespace ledger::internal;
 
 nlohmann::ordered_json JSONCoding<MoveRecord>::encode(const MoveRecord& record) {
     nlohmann::ordered_json out;
@@ -20,15 +18,12 @@ nlohmann::ordered_json JSONCoding<MoveRecord>::encode(const MoveRecord& record) 
 }
 
 std::optional<MoveRecord> JSONCoding<MoveRecord>::decode(const nlohmann::json& value) {
-    auto date = dateField(value, "date");
-    auto title = stringField(value, "title");
-    auto src = stringField(value, "src");
-    auto dst = stringField(value, "dst");
-    auto bytes = byteCountField(value, "bytes");
-    auto symlinked = boolField(value, "symlinked");
-    auto adminScope = optionalBoolField(value, "adminScope");
-    if (!date || !title || !src || !dst || !bytes || !symlinked || !adminScope.valid) return std::nullopt;
-    return MoveRecord{*date, std::move(*title), std::move(*src), std::move(*dst), *bytes, *symlinked, adminScope.value};
+    JSONFields fields(value, "a move record");
+    MoveRecord record{fields.date("date"),      fields.string("title"),   fields.string("src"),
+                      fields.string("dst"),     fields.byteCount("bytes"), fields.boolean("symlinked"),
+                      fields.optionalBoolean("adminScope")};
+    if (!fields) return std::nullopt;
+    return record;
 }
 
 }  // namespace orvane

@@ -10,9 +10,9 @@
 #include <filesystem>
 #include <random>
 
+#include "core/common/json_fields.hpp"
 #include "core/common/ov_error.hpp"
 #include "core/common/path.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 #include "core/ledger/internal/test_host.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/platform/platform.hpp"
@@ -27,10 +27,10 @@ nlohmann::ordered_json JSONCoding<TrashReceipt>::encode(const TrashReceipt& rece
 }
 
 std::optional<TrashReceipt> JSONCoding<TrashReceipt>::decode(const nlohmann::json& value) {
-    auto original = ledger::internal::stringField(value, "original");
-    auto inTrash = ledger::internal::stringField(value, "inTrash");
-    if (!original || !inTrash) return std::nullopt;
-    return TrashReceipt{std::move(*original), std::move(*inTrash)};
+    JSONFields fields(value, "a Trash receipt");
+    TrashReceipt receipt{fields.string("original"), fields.string("inTrash")};
+    if (!fields) return std::nullopt;
+    return receipt;
 }
 
 UndoTrashVerdict undoTrashVerdict(bool originalExists, bool trashCopyExists) {

@@ -1,7 +1,6 @@
 #include "core/ledger/versioned_payload.hpp"
 
 #include "core/common/json_files.hpp"
-#include "core/ledger/internal/json_fields.hpp"
 
 namespace orvane::ledger::internal {
 

@@ -1,11 +1,14 @@
 #include "core/privileged/protocol.hpp"
 
-#include "core/common/json_files.hpp"
-
+#include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
+#include <tuple>
 #include <type_traits>
+#include <utility>
+
+#include "core/common/json_fields.hpp"
+#include "core/common/json_files.hpp"
 
 namespace orvane {
 namespace {
@@ -13,21 +16,89 @@ namespace {
 using ordered_json = nlohmann::ordered_json;
 using json = nlohmann::json;
 
-constexpr std::array<std::string_view, 12> kCaseNames = {
-    "removePath",     "swapToSymlink",        "restoreFromStaging", "deleteSnapshots",
-    "thinSnapshots",  "purgeInactiveMemory",  "resetBackgroundItems", "moveAside",
-    "privilegedScan", "setLaunchItemEnabled", "trashLaunchItem",    "deleteTrashedApp"};
-
-constexpr std::array<std::string_view, 7> kRefusalNames = {
-    "pathNotAllowed",      "pathTraversesSymlink", "notAbsolutePath",     "sourceMissing",
-    "destinationOccupied", "malformedSnapshotDate", "operationFailed"};
-
 // Nesting deeper than any request needs is refused before it can cost stack anywhere.
 constexpr int kMaxDepth = 32;
 
-struct DecodeFailure {
-    std::string message;
+// One field of a case: its label on the wire and in the log, and where it lives. The member's
+// type is the field's kind. A label "_0" is an unlabelled field: the log shows its value alone.
+template <typename Case>
+struct Field {
+    std::string_view label;
+    std::variant<std::string Case::*, bool Case::*, std::uint32_t Case::*, std::vector<std::string> Case::*> member;
 };
+
+// One case of the protocol, from which its decoding, its JSON form and its log text all follow.
+template <typename Case, std::size_t N>
+struct Form {
+    using Of = Case;
+    std::string_view name;
+    bool destructive;
+    std::array<Field<Case>, N> fields;
+};
+
+template <typename Case, std::size_t N>
+constexpr Form<Case, N> form(std::string_view name, bool destructive, const Field<Case> (&fields)[N]) {
+    return {name, destructive, std::to_array(fields)};
+}
+template <typename Case>
+constexpr Form<Case, 0> form(std::string_view name, bool destructive) {
+    return {name, destructive, {}};
+}
+
+constexpr bool kDestructive = true, kHarmless = false;
+
+// In the declared order of the cases.
+constexpr auto kForms = [] {
+    using namespace op;
+    return std::tuple{
+        form<RemovePath>("removePath", kDestructive, {{"_0", &RemovePath::path}}),
+        form<SwapToSymlink>("swapToSymlink", kDestructive,
+                            {{"original", &SwapToSymlink::original}, {"target", &SwapToSymlink::target}}),
+        form<RestoreFromStaging>("restoreFromStaging", kHarmless,
+                                 {{"staging", &RestoreFromStaging::staging},
+                                  {"destination", &RestoreFromStaging::destination}}),
+        form<DeleteSnapshots>("deleteSnapshots", kDestructive, {{"_0", &DeleteSnapshots::dates}}),
+        // Snapshots go, yet the protocol counts thinning as harmless.
+        form<ThinSnapshots>("thinSnapshots", kHarmless),
+        form<PurgeInactiveMemory>("purgeInactiveMemory", kHarmless),
+        form<ResetBackgroundItems>("resetBackgroundItems", kHarmless),
+        form<MoveAside>("moveAside", kDestructive,
+                        {{"path", &MoveAside::path}, {"to", &MoveAside::to}, {"chownTo", &MoveAside::chownTo}}),
+        form<PrivilegedScan>("privilegedScan", kHarmless,
+                             {{"kind", &PrivilegedScan::kind},
+                              {"root", &PrivilegedScan::root},
+                              {"label", &PrivilegedScan::label},
+                              {"outPath", &PrivilegedScan::outPath}}),
+        form<SetLaunchItemEnabled>("setLaunchItemEnabled", kHarmless,
+                                   {{"path", &SetLaunchItemEnabled::path},
+                                    {"enabled", &SetLaunchItemEnabled::enabled}}),
+        form<TrashLaunchItem>("trashLaunchItem", kDestructive,
+                              {{"path", &TrashLaunchItem::path},
+                               {"to", &TrashLaunchItem::to},
+                               {"chownTo", &TrashLaunchItem::chownTo}}),
+        form<DeleteTrashedApp>("deleteTrashedApp", kDestructive, {{"name", &DeleteTrashedApp::name}}),
+    };
+}();
+
+constexpr std::size_t kCaseCount = std::variant_size_v<PrivilegedOperation::Case>;
+static_assert(std::tuple_size_v<decltype(kForms)> == kCaseCount);
+static_assert([]<std::size_t... I>(std::index_sequence<I...>) {
+    return (std::is_same_v<typename std::tuple_element_t<I, decltype(kForms)>::Of,
+                           std::variant_alternative_t<I, PrivilegedOperation::Case>> && ...);
+}(std::make_index_sequence<kCaseCount>{}), "the forms stand in the declared order of the cases");
+
+template <typename Case, typename... Cases>
+constexpr std::size_t indexIn(const std::variant<Cases...>*) {
+    constexpr std::array<bool, sizeof...(Cases)> same = {std::is_same_v<Case, Cases>...};
+    return static_cast<std::size_t>(std::find(same.begin(), same.end(), true) - same.begin());
+}
+
+template <typename Case>
+constexpr const auto& formOf() {
+    return std::get<indexIn<Case>(static_cast<const PrivilegedOperation::Case*>(nullptr))>(kForms);
+}
+
+constexpr auto kCaseNames = std::apply([](const auto&... forms) { return std::array{forms.name...}; }, kForms);
 
 // A string as the log shows it: quoted, with quotes, backslashes and control characters escaped,
 // so that a name holding a newline stays on its one line.
@@ -57,154 +128,65 @@ std::string swiftQuoted(std::string_view text) {
     return out + "\"";
 }
 
-const json& field(const json& payload, std::string_view caseName, const char* key) {
-    auto it = payload.find(key);
-    if (it == payload.end())
-        throw DecodeFailure{"No value for \"" + std::string(key) + "\" in \"" + std::string(caseName) + "\"."};
-    return *it;
+std::string logText(const std::string& value) { return swiftQuoted(value); }
+std::string logText(bool value) { return value ? "true" : "false"; }
+std::string logText(std::uint32_t value) { return std::to_string(value); }
+std::string logText(const std::vector<std::string>& values) {
+    std::string list = "[";
+    for (std::size_t i = 0; i < values.size(); ++i) list += (i ? ", " : "") + swiftQuoted(values[i]);
+    return list + "]";
 }
 
-std::string stringField(const json& payload, std::string_view caseName, const char* key) {
-    const json& value = field(payload, caseName, key);
-    if (!value.is_string())
-        throw DecodeFailure{"\"" + std::string(key) + "\" in \"" + std::string(caseName) +
-                            "\" must be a string."};
-    return value.get<std::string>();
-}
-
-bool boolField(const json& payload, std::string_view caseName, const char* key) {
-    const json& value = field(payload, caseName, key);
-    if (!value.is_boolean())
-        throw DecodeFailure{"\"" + std::string(key) + "\" in \"" + std::string(caseName) +
-                            "\" must be true or false."};
-    return value.get<bool>();
-}
-
-std::uint32_t uidField(const json& payload, std::string_view caseName, const char* key) {
-    const json& value = field(payload, caseName, key);
-    const std::string bad = "\"" + std::string(key) + "\" in \"" + std::string(caseName) +
-                            "\" must be a whole number from 0 to 4294967295.";
-    if (value.is_number_unsigned()) {
-        auto n = value.get<std::uint64_t>();
-        if (n > UINT32_MAX) throw DecodeFailure{bad};
-        return static_cast<std::uint32_t>(n);
+template <typename Case>
+OperationDecoding decodeCase(const json& payload) {
+    const auto& caseForm = formOf<Case>();
+    const std::string quotedName = "\"" + std::string(caseForm.name) + "\"";
+    if (!payload.is_object()) return {std::nullopt, "The value of " + quotedName + " must be an object."};
+    JSONFields fields(payload, quotedName);
+    Case decoded;
+    for (const auto& field : caseForm.fields) {
+        std::visit(
+            [&](auto member) {
+                using T = std::remove_reference_t<decltype(decoded.*member)>;
+                if constexpr (std::is_same_v<T, std::string>) decoded.*member = fields.string(field.label);
+                else if constexpr (std::is_same_v<T, bool>) decoded.*member = fields.boolean(field.label);
+                else if constexpr (std::is_same_v<T, std::uint32_t>)
+                    decoded.*member = static_cast<std::uint32_t>(fields.wholeNumber(field.label, 0, UINT32_MAX));
+                else decoded.*member = fields.strings(field.label);
+            },
+            field.member);
     }
-    if (value.is_number_integer()) {
-        auto n = value.get<std::int64_t>();
-        if (n < 0 || n > static_cast<std::int64_t>(UINT32_MAX)) throw DecodeFailure{bad};
-        return static_cast<std::uint32_t>(n);
-    }
-    if (value.is_number_float()) {
-        // 501.0 is the number 501; 501.5 and -1.0 are no user id.
-        double d = value.get<double>();
-        if (!(d >= 0 && d <= 4294967295.0) || std::floor(d) != d) throw DecodeFailure{bad};
-        return static_cast<std::uint32_t>(d);
-    }
-    throw DecodeFailure{bad};
+    if (!fields) return {std::nullopt, fields.error()};
+    return {PrivilegedOperation(std::move(decoded)), {}};
 }
 
-std::vector<std::string> stringArrayField(const json& payload, std::string_view caseName,
-                                          const char* key) {
-    const json& value = field(payload, caseName, key);
-    const std::string bad = "\"" + std::string(key) + "\" in \"" + std::string(caseName) +
-                            "\" must be an array of strings.";
-    if (!value.is_array()) throw DecodeFailure{bad};
-    std::vector<std::string> out;
-    out.reserve(value.size());
-    for (const auto& element : value) {
-        if (!element.is_string()) throw DecodeFailure{bad};
-        out.push_back(element.get<std::string>());
-    }
-    return out;
-}
-
-PrivilegedOperation decodeCase(std::string_view name, const json& payload) {
-    if (!payload.is_object())
-        throw DecodeFailure{"The value of \"" + std::string(name) + "\" must be an object."};
-    if (name == "removePath") return op::RemovePath{stringField(payload, name, "_0")};
-    if (name == "swapToSymlink")
-        return op::SwapToSymlink{stringField(payload, name, "original"),
-                                 stringField(payload, name, "target")};
-    if (name == "restoreFromStaging")
-        return op::RestoreFromStaging{stringField(payload, name, "staging"),
-                                      stringField(payload, name, "destination")};
-    if (name == "deleteSnapshots") return op::DeleteSnapshots{stringArrayField(payload, name, "_0")};
-    if (name == "thinSnapshots") return op::ThinSnapshots{};
-    if (name == "purgeInactiveMemory") return op::PurgeInactiveMemory{};
-    if (name == "resetBackgroundItems") return op::ResetBackgroundItems{};
-    if (name == "moveAside")
-        return op::MoveAside{stringField(payload, name, "path"), stringField(payload, name, "to"),
-                             uidField(payload, name, "chownTo")};
-    if (name == "privilegedScan")
-        return op::PrivilegedScan{stringField(payload, name, "kind"), stringField(payload, name, "root"),
-                                  stringField(payload, name, "label"),
-                                  stringField(payload, name, "outPath")};
-    if (name == "setLaunchItemEnabled")
-        return op::SetLaunchItemEnabled{stringField(payload, name, "path"),
-                                        boolField(payload, name, "enabled")};
-    if (name == "trashLaunchItem")
-        return op::TrashLaunchItem{stringField(payload, name, "path"), stringField(payload, name, "to"),
-                                   uidField(payload, name, "chownTo")};
-    return op::DeleteTrashedApp{stringField(payload, name, "name")};
-}
+using CaseDecoder = OperationDecoding (*)(const json&);
+constexpr auto kCaseDecoders = []<std::size_t... I>(std::index_sequence<I...>) {
+    return std::array<CaseDecoder, kCaseCount>{&decodeCase<std::variant_alternative_t<I, PrivilegedOperation::Case>>...};
+}(std::make_index_sequence<kCaseCount>{});
 
 }  // namespace
 
 std::string_view PrivilegedOperation::caseName() const { return kCaseNames[value.index()]; }
 
 bool PrivilegedOperation::isDestructive() const {
-    return std::visit(
-        [](const auto& c) {
-            using T = std::decay_t<decltype(c)>;
-            return std::is_same_v<T, op::RemovePath> || std::is_same_v<T, op::SwapToSymlink> ||
-                   std::is_same_v<T, op::DeleteSnapshots> || std::is_same_v<T, op::MoveAside> ||
-                   std::is_same_v<T, op::TrashLaunchItem> || std::is_same_v<T, op::DeleteTrashedApp>;
-        },
-        value);
+    return std::visit([](const auto& c) { return formOf<std::decay_t<decltype(c)>>().destructive; }, value);
 }
 
 std::string PrivilegedOperation::description() const {
-    std::string name(caseName());
-    auto labelled = [&](std::initializer_list<std::pair<const char*, std::string>> fields) {
-        std::string out = name + "(";
-        bool first = true;
-        for (const auto& [label, text] : fields) {
-            if (!first) out += ", ";
-            first = false;
-            out += label;
-            out += ": ";
-            out += text;
-        }
-        return out + ")";
-    };
-    auto flag = [](bool b) { return std::string(b ? "true" : "false"); };
     return std::visit(
-        [&](const auto& c) -> std::string {
-            using T = std::decay_t<decltype(c)>;
-            if constexpr (std::is_same_v<T, op::RemovePath>) {
-                return name + "(" + swiftQuoted(c.path) + ")";
-            } else if constexpr (std::is_same_v<T, op::SwapToSymlink>) {
-                return labelled({{"original", swiftQuoted(c.original)}, {"target", swiftQuoted(c.target)}});
-            } else if constexpr (std::is_same_v<T, op::RestoreFromStaging>) {
-                return labelled({{"staging", swiftQuoted(c.staging)}, {"destination", swiftQuoted(c.destination)}});
-            } else if constexpr (std::is_same_v<T, op::DeleteSnapshots>) {
-                std::string list = "[";
-                for (std::size_t i = 0; i < c.dates.size(); ++i)
-                    list += (i ? ", " : "") + swiftQuoted(c.dates[i]);
-                return name + "(" + list + "])";
-            } else if constexpr (std::is_same_v<T, op::MoveAside> || std::is_same_v<T, op::TrashLaunchItem>) {
-                return labelled({{"path", swiftQuoted(c.path)}, {"to", swiftQuoted(c.to)},
-                                 {"chownTo", std::to_string(c.chownTo)}});
-            } else if constexpr (std::is_same_v<T, op::PrivilegedScan>) {
-                return labelled({{"kind", swiftQuoted(c.kind)}, {"root", swiftQuoted(c.root)},
-                                 {"label", swiftQuoted(c.label)}, {"outPath", swiftQuoted(c.outPath)}});
-            } else if constexpr (std::is_same_v<T, op::SetLaunchItemEnabled>) {
-                return labelled({{"path", swiftQuoted(c.path)}, {"enabled", flag(c.enabled)}});
-            } else if constexpr (std::is_same_v<T, op::DeleteTrashedApp>) {
-                return labelled({{"name", swiftQuoted(c.name)}});
-            } else {
-                return name;
+        [](const auto& c) {
+            const auto& caseForm = formOf<std::decay_t<decltype(c)>>();
+            std::string out(caseForm.name);
+            if (caseForm.fields.empty()) return out;
+            out += "(";
+            for (std::size_t i = 0; i < caseForm.fields.size(); ++i) {
+                const auto& field = caseForm.fields[i];
+                if (i) out += ", ";
+                if (!field.label.starts_with('_')) out += std::string(field.label) + ": ";
+                out += std::visit([&](auto member) { return logText(c.*member); }, field.member);
             }
+            return out + ")";
         },
         value);
 }
@@ -213,32 +195,8 @@ ordered_json toJSON(const PrivilegedOperation& operation) {
     ordered_json payload = ordered_json::object();
     std::visit(
         [&](const auto& c) {
-            using T = std::decay_t<decltype(c)>;
-            if constexpr (std::is_same_v<T, op::RemovePath>) {
-                payload["_0"] = c.path;
-            } else if constexpr (std::is_same_v<T, op::SwapToSymlink>) {
-                payload["original"] = c.original;
-                payload["target"] = c.target;
-            } else if constexpr (std::is_same_v<T, op::RestoreFromStaging>) {
-                payload["staging"] = c.staging;
-                payload["destination"] = c.destination;
-            } else if constexpr (std::is_same_v<T, op::DeleteSnapshots>) {
-                payload["_0"] = c.dates;
-            } else if constexpr (std::is_same_v<T, op::MoveAside> || std::is_same_v<T, op::TrashLaunchItem>) {
-                payload["path"] = c.path;
-                payload["to"] = c.to;
-                payload["chownTo"] = c.chownTo;
-            } else if constexpr (std::is_same_v<T, op::PrivilegedScan>) {
-                payload["kind"] = c.kind;
-                payload["root"] = c.root;
-                payload["label"] = c.label;
-                payload["outPath"] = c.outPath;
-            } else if constexpr (std::is_same_v<T, op::SetLaunchItemEnabled>) {
-                payload["path"] = c.path;
-                payload["enabled"] = c.enabled;
-            } else if constexpr (std::is_same_v<T, op::DeleteTrashedApp>) {
-                payload["name"] = c.name;
-            }
+            for (const auto& field : formOf<std::decay_t<decltype(c)>>().fields)
+                std::visit([&](auto member) { payload[std::string(field.label)] = c.*member; }, field.member);
         },
         operation.value);
     ordered_json request = ordered_json::object();
@@ -252,26 +210,22 @@ std::string encodeRequest(const PrivilegedOperation& operation) {
 }
 
 OperationDecoding decodeOperation(const json& value) {
-    try {
-        if (!value.is_object())
-            return {std::nullopt, "An operation must be a JSON object with one key, the operation's name."};
-        const json* payload = nullptr;
-        std::string_view name;
-        int recognised = 0;
-        for (auto it = value.begin(); it != value.end(); ++it) {
-            for (auto known : kCaseNames) {
-                if (it.key() == known) {
-                    ++recognised;
-                    name = known;
-                    payload = &it.value();
-                }
+    if (!value.is_object())
+        return {std::nullopt, "An operation must be a JSON object with one key, the operation's name."};
+    const json* payload = nullptr;
+    std::size_t index = 0;
+    int recognised = 0;
+    for (auto it = value.begin(); it != value.end(); ++it) {
+        for (std::size_t i = 0; i < kCaseNames.size(); ++i) {
+            if (it.key() == kCaseNames[i]) {
+                ++recognised;
+                index = i;
+                payload = &it.value();
             }
         }
-        if (recognised != 1) return {std::nullopt, std::string(kInvalidNumberOfKeys)};
-        return {decodeCase(name, *payload), {}};
-    } catch (const DecodeFailure& failure) {
-        return {std::nullopt, failure.message};
     }
+    if (recognised != 1) return {std::nullopt, std::string(kInvalidNumberOfKeys)};
+    return kCaseDecoders[index](*payload);
 }
 
 OperationDecoding decodeRequest(std::string_view bytes) {
@@ -280,17 +234,6 @@ OperationDecoding decodeRequest(std::string_view bytes) {
     auto parsed = parseJSONStrictly(bytes, kMaxDepth);
     if (!parsed.value) return {std::nullopt, parsed.error};
     return decodeOperation(*parsed.value);
-}
-
-std::string_view rawValue(PrivilegedRefusal refusal) {
-    return kRefusalNames[static_cast<std::size_t>(refusal)];
-}
-
-template <>
-std::optional<PrivilegedRefusal> fromRawValue<PrivilegedRefusal>(std::string_view raw) {
-    for (std::size_t i = 0; i < kRefusalNames.size(); ++i)
-        if (kRefusalNames[i] == raw) return static_cast<PrivilegedRefusal>(i);
-    return std::nullopt;
 }
 
 std::int64_t helperMajorVersion(std::string_view version) {

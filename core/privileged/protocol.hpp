@@ -4,10 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -125,9 +127,19 @@ enum class PrivilegedRefusal {
     operationFailed,        // the request did not decode; also the head of a failure reply
 };
 
-std::string_view rawValue(PrivilegedRefusal refusal);
+// The raw value of a refusal is its case name.
 template <>
-std::optional<PrivilegedRefusal> fromRawValue<PrivilegedRefusal>(std::string_view raw);
+struct RawValues<PrivilegedRefusal> {
+    static constexpr std::array<std::pair<PrivilegedRefusal, std::string_view>, 7> table = {{
+        {PrivilegedRefusal::pathNotAllowed, "pathNotAllowed"},
+        {PrivilegedRefusal::pathTraversesSymlink, "pathTraversesSymlink"},
+        {PrivilegedRefusal::notAbsolutePath, "notAbsolutePath"},
+        {PrivilegedRefusal::sourceMissing, "sourceMissing"},
+        {PrivilegedRefusal::destinationOccupied, "destinationOccupied"},
+        {PrivilegedRefusal::malformedSnapshotDate, "malformedSnapshotDate"},
+        {PrivilegedRefusal::operationFailed, "operationFailed"},
+    }};
+};
 
 // The daemon's own version text.
 inline constexpr std::string_view helperVersion = "6";

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
@@ -123,22 +124,6 @@ std::vector<std::string> hiddenPaths(const std::set<std::string>& hidden) {
 
 }  // namespace
 
-std::string_view rawValue(ProtectEntry::Kind kind) {
-    switch (kind) {
-        case ProtectEntry::Kind::item: return "item";
-        case ProtectEntry::Kind::folder: return "folder";
-        case ProtectEntry::Kind::app: return "app";
-    }
-    return "item";
-}
-
-std::optional<ProtectEntry::Kind> protectEntryKindFromRawValue(std::string_view raw) {
-    if (raw == "item") return ProtectEntry::Kind::item;
-    if (raw == "folder") return ProtectEntry::Kind::folder;
-    if (raw == "app") return ProtectEntry::Kind::app;
-    return std::nullopt;
-}
-
 std::string ProtectEntry::id() const { return std::string(rawValue(kind)) + ":" + value; }
 
 std::vector<std::string> ProtectEntry::roots() const {
@@ -157,35 +142,19 @@ void ProtectList::remove(const std::string& id) {
 
 std::optional<ProtectList> ProtectList::decode(std::string_view data) {
     auto parsed = parseJSONStrictly(data);
-    if (!parsed.value || !parsed.value->is_object()) return std::nullopt;
-    const auto& doc = *parsed.value;
-    auto version = doc.find("version");
-    auto entries = doc.find("entries");
-    if (version == doc.end() || !version->is_number_integer() || entries == doc.end() || !entries->is_array())
-        return std::nullopt;
-    // A version beyond the integer's range is no older list cut short: it is from a later release
-    // too, and a newer release's list is left unread.
-    auto wholeVersion = jsonWholeNumber(*version);
-    if (!wholeVersion || *wholeVersion > currentVersion || *wholeVersion < INT_MIN) return std::nullopt;
+    if (!parsed.value) return std::nullopt;
+    JSONFields fields(*parsed.value, "the protection list");
+    // A version above the current one, however large, is a newer release's list: left unread.
+    const auto version = fields.wholeNumber("version", INT_MIN, currentVersion);
+    const auto* entries = fields.value("entries");
+    if (!fields || !entries->is_array()) return std::nullopt;
     ProtectList list;
-    list.version = static_cast<int>(*wholeVersion);
+    list.version = static_cast<int>(version);
     for (const auto& e : *entries) {
-        if (!e.is_object()) return std::nullopt;
-        for (const char* key : {"kind", "value", "label", "appFolders", "added"})
-            if (!e.contains(key)) return std::nullopt;
-        if (!e["kind"].is_string() || !e["value"].is_string() || !e["label"].is_string() ||
-            !e["appFolders"].is_array() || !e["added"].is_number())
-            return std::nullopt;
-        auto kind = protectEntryKindFromRawValue(e["kind"].get<std::string>());
-        if (!kind) return std::nullopt;
-        auto added = dateFromReferenceSeconds(e["added"].get<double>());
-        if (!added) return std::nullopt;
-        ProtectEntry entry{*kind, e["value"].get<std::string>(), e["label"].get<std::string>(), {}, *added};
-        for (const auto& folder : e["appFolders"]) {
-            if (!folder.is_string()) return std::nullopt;
-            entry.appFolders.push_back(folder.get<std::string>());
-        }
-        list.entries.push_back(std::move(entry));
+        JSONFields entry(e, "an entry");
+        list.entries.push_back({entry.raw<ProtectEntry::Kind>("kind"), entry.string("value"), entry.string("label"),
+                                entry.strings("appFolders"), entry.date("added")});
+        if (!entry) return std::nullopt;
     }
     return list;
 }

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -15,6 +16,7 @@
 
 #include "core/common/facts.hpp"
 #include "core/common/format.hpp"
+#include "core/common/raw_value.hpp"
 #include "core/scan/space_item.hpp"
 
 
@@ -32,8 +34,11 @@ struct ProtectEntry {
     std::vector<std::string> roots() const;
     bool operator==(const ProtectEntry&) const = default;
 };
-std::string_view rawValue(ProtectEntry::Kind kind);
-std::optional<ProtectEntry::Kind> protectEntryKindFromRawValue(std::string_view raw);
+template <>
+struct RawValues<ProtectEntry::Kind> {
+    static constexpr std::array<std::pair<ProtectEntry::Kind, std::string_view>, 3> table = {
+        {{ProtectEntry::Kind::item, "item"}, {ProtectEntry::Kind::folder, "folder"}, {ProtectEntry::Kind::app, "app"}}};
+};
 
 struct ProtectList {
     static constexpr int currentVersion = 1;

@@ -43,29 +43,19 @@ nlohmann::ordered_json toJSON(const GenericScanDump& dump, JSONDateEncoding date
 }
 
 GenericScanDumpDecoding decodeGenericScanDump(const nlohmann::json& value, JSONDateEncoding dates) {
-    if (!value.is_object()) return {std::nullopt, "A scan dump must be a JSON object."};
-    for (const char* key : {"items", "free", "total", "elapsed", "privilege"})
-        if (!value.contains(key)) return {std::nullopt, std::string("The scan dump has no \"") + key + "\"."};
-    auto items = decodeSpaceItems(value["items"], dates);
-    if (!items.items) return {std::nullopt, items.error};
-    auto free = jsonByteCount(value["free"]);
-    auto total = jsonByteCount(value["total"]);
-    if (!free || !total || !value["elapsed"].is_number())
-        return {std::nullopt, "The scan dump's sizes and time must be numbers, its sizes from -1 to 2^60."};
-    std::optional<std::int64_t> skipped = 0;
-    if (auto it = value.find("skippedNames"); it != value.end()) skipped = jsonWholeNumber(*it);
-    if (!skipped || *skipped < 0) return {std::nullopt, "The scan dump's count of skipped names must be a whole number."};
-    auto privilege = value["privilege"].is_string()
-                         ? fromRawValue<ScanPrivilege>(value["privilege"].get<std::string>())
-                         : std::nullopt;
-    if (!privilege) return {std::nullopt, "The scan dump's privilege is not one it can have."};
+    JSONFields fields(value, "the scan dump");
     GenericScanDump dump;
-    dump.items = std::move(*items.items);
-    dump.free = *free;
-    dump.total = *total;
-    dump.elapsed = value["elapsed"].get<double>();
-    dump.privilege = *privilege;
-    dump.skippedNames = static_cast<std::size_t>(*skipped);
+    if (const auto* items = fields.value("items")) {
+        auto decoded = decodeSpaceItems(*items, dates);
+        if (decoded.items) dump.items = std::move(*decoded.items);
+        else fields.fail(std::move(decoded.error));
+    }
+    dump.free = fields.byteCount("free");
+    dump.total = fields.byteCount("total");
+    dump.elapsed = fields.number("elapsed");
+    dump.privilege = fields.raw<ScanPrivilege>("privilege");
+    dump.skippedNames = static_cast<std::size_t>(fields.optionalWholeNumber("skippedNames", 0, INT64_MAX).value_or(0));
+    if (!fields) return {std::nullopt, fields.error()};
     return {std::move(dump), {}};
 }
 

@@ -1,5 +1,6 @@
 #include "core/scan/scan_snapshot.hpp"
 
+#include "core/common/json_fields.hpp"
 #include "core/common/json_files.hpp"
 
 namespace orvane {
@@ -16,27 +17,10 @@ nlohmann::ordered_json toJSON(const ScanSnapshot& snapshot) {
 }
 
 std::optional<ScanSnapshot> scanSnapshotFromJSON(const nlohmann::json& value) {
-    if (!value.is_object()) return std::nullopt;
-    auto date = value.find("date");
-    auto free = value.find("free");
-    auto reclaimable = value.find("reclaimable");
-    auto sizes = value.find("sizes");
-    if (date == value.end() || free == value.end() || reclaimable == value.end() || sizes == value.end())
-        return std::nullopt;
-    if (!date->is_number() || !sizes->is_object()) return std::nullopt;
-    auto freeBytes = jsonByteCount(*free);
-    auto reclaimableBytes = jsonByteCount(*reclaimable);
-    auto when = dateFromReferenceSeconds(date->get<double>());
-    if (!freeBytes || !reclaimableBytes || !when) return std::nullopt;
-    ScanSnapshot snapshot;
-    snapshot.date = *when;
-    snapshot.free = *freeBytes;
-    snapshot.reclaimable = *reclaimableBytes;
-    for (auto it = sizes->begin(); it != sizes->end(); ++it) {
-        auto bytes = jsonByteCount(it.value());
-        if (!bytes) return std::nullopt;
-        snapshot.sizes[it.key()] = *bytes;
-    }
+    JSONFields fields(value, "a trend point");
+    ScanSnapshot snapshot{fields.date("date"), fields.byteCount("free"), fields.byteCount("reclaimable"),
+                          fields.byteCounts("sizes")};
+    if (!fields) return std::nullopt;
     return snapshot;
 }
 

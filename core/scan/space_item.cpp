@@ -14,11 +14,8 @@ namespace {
 
 using ordered_json = nlohmann::ordered_json;
 
-constexpr std::array<std::string_view, 3> kSafetyRaw = {"Safe", "Caution", "Review"};
 constexpr std::array<std::string_view, 3> kSafetyKeys = {"safety.safe", "safety.caution",
                                                          "safety.review"};
-constexpr std::array<std::string_view, 3> kSuggestedRaw = {"Delete", "Move to external",
-                                                           "Review first"};
 
 // Folders that several models share inside a "models" library: a file in one of them belongs
 // to no single model, so it is grouped by its own folder instead.
@@ -29,110 +26,22 @@ constexpr std::array<std::string_view, 12> kSharedModelFolders = {
 constexpr std::array<std::string_view, 4> kAIStoreMarkers = {
     "/.ollama", "/.lmstudio", "/.cache/huggingface", "/.cache/ace-step"};
 
-struct DecodeFailure {
-    std::string message;
-};
-
 template <typename Json>
-const Json& field(const Json& object, const char* key) {
-    auto it = object.find(key);
-    if (it == object.end())
-        throw DecodeFailure{"No value for \"" + std::string(key) + "\" in an item."};
-    return *it;
-}
-
-template <typename Json>
-std::string stringField(const Json& object, const char* key) {
-    const Json& value = field(object, key);
-    if (!value.is_string())
-        throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a string."};
-    return value.template get<std::string>();
-}
-
-template <typename Json>
-bool boolField(const Json& object, const char* key) {
-    const Json& value = field(object, key);
-    if (!value.is_boolean())
-        throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be true or false."};
-    return value.template get<bool>();
-}
-
-template <typename Json>
-std::int64_t byteCountField(const Json& object, const char* key) {
-    const Json& value = field(object, key);
-    if (auto n = jsonByteCount(value)) return *n;
-    throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a whole number of bytes from -1 to 2^60."};
-}
-
-template <typename Json>
-std::vector<std::string> stringArrayField(const Json& object, const char* key) {
-    const Json& value = field(object, key);
-    const DecodeFailure bad{"\"" + std::string(key) + "\" of an item must be an array of strings."};
-    if (!value.is_array()) throw bad;
-    std::vector<std::string> out;
-    out.reserve(value.size());
-    for (const auto& element : value) {
-        if (!element.is_string()) throw bad;
-        out.push_back(element.template get<std::string>());
-    }
-    return out;
-}
-
-template <typename E, typename Json>
-E rawField(const Json& object, const char* key) {
-    std::string raw = stringField(object, key);
-    auto value = fromRawValue<E>(raw);
-    if (!value) throw DecodeFailure{"\"" + raw + "\" is no " + std::string(key) + " of an item."};
-    return *value;
-}
-
-template <typename Json>
-std::optional<TimePoint> dateField(const Json& object, const char* key, JSONDateEncoding dates) {
-    auto it = object.find(key);
-    if (it == object.end() || it->is_null()) return std::nullopt;
-    if (dates == JSONDateEncoding::iso8601) {
-        if (!it->is_string())
-            throw DecodeFailure{"\"" + std::string(key) +
-                                "\" of an item must be an ISO 8601 date."};
-        auto date = parseISO8601(it->template get_ref<const std::string&>());
-        if (!date)
-            throw DecodeFailure{"\"" + std::string(key) +
-                                "\" of an item must be an ISO 8601 date."};
-        return date;
-    }
-    if (!it->is_number())
-        throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a number of seconds."};
-    auto date = dateFromReferenceSeconds(it->template get<double>());
-    if (!date)
-        throw DecodeFailure{"\"" + std::string(key) + "\" of an item must be a date of the years 1 to 9999."};
-    return date;
-}
-
-template <typename Json>
-SpaceItem decodeItem(const Json& value, JSONDateEncoding dates) {
-    if (!value.is_object()) throw DecodeFailure{"An item must be a JSON object."};
-    SpaceItem item;
-    item.id = stringField(value, "id");
-    item.title = stringField(value, "title");
-    item.category = stringField(value, "category");
-    item.safety = rawField<Safety>(value, "safety");
-    item.suggested = rawField<Suggested>(value, "suggested");
-    item.note = stringField(value, "note");
-    item.contentsOnly = boolField(value, "contentsOnly");
-    item.extra = stringArrayField(value, "extra");
-    item.isDir = boolField(value, "isDir");
-    item.sizeBytes = byteCountField(value, "sizeBytes");
-    item.lastUsed = dateField(value, "lastUsed", dates);
-    return item;
-}
-
-template <typename Json>
-SpaceItemDecoding decodeOne(const Json& value, JSONDateEncoding dates) {
-    try {
-        return {decodeItem(value, dates), {}};
-    } catch (const DecodeFailure& failure) {
-        return {std::nullopt, failure.message};
-    }
+SpaceItemDecoding decodeItem(const Json& value, JSONDateEncoding dates, std::string context) {
+    BasicJSONFields<Json> fields(value, std::move(context));
+    SpaceItem item{.id = fields.string("id"),
+                   .title = fields.string("title"),
+                   .category = fields.string("category"),
+                   .safety = fields.template raw<Safety>("safety"),
+                   .suggested = fields.template raw<Suggested>("suggested"),
+                   .note = fields.string("note"),
+                   .contentsOnly = fields.boolean("contentsOnly"),
+                   .extra = fields.strings("extra"),
+                   .isDir = fields.boolean("isDir"),
+                   .sizeBytes = fields.byteCount("sizeBytes"),
+                   .lastUsed = fields.optionalDate("lastUsed", dates)};
+    if (!fields) return {std::nullopt, fields.error()};
+    return {std::move(item), {}};
 }
 
 template <typename Json>
@@ -141,8 +50,8 @@ SpaceItemsDecoding decodeMany(const Json& value, JSONDateEncoding dates) {
     std::vector<SpaceItem> items;
     items.reserve(value.size());
     for (std::size_t i = 0; i < value.size(); ++i) {
-        auto one = decodeOne(value[i], dates);
-        if (!one.item) return {std::nullopt, "Item " + std::to_string(i) + ": " + one.error};
+        auto one = decodeItem(value[i], dates, "item " + std::to_string(i));
+        if (!one.item) return {std::nullopt, std::move(one.error)};
         items.push_back(std::move(*one.item));
     }
     return {std::move(items), {}};
@@ -181,30 +90,8 @@ std::string joinedPath(const std::vector<std::string>& parts, std::size_t count)
 
 }  // namespace
 
-std::string_view rawValue(Safety safety) {
-    return kSafetyRaw[static_cast<std::size_t>(safety)];
-}
-std::string_view rawValue(Suggested suggested) {
-    return kSuggestedRaw[static_cast<std::size_t>(suggested)];
-}
-
-template <>
-std::optional<Safety> fromRawValue<Safety>(std::string_view raw) {
-    for (std::size_t i = 0; i < kSafetyRaw.size(); ++i)
-        if (kSafetyRaw[i] == raw) return static_cast<Safety>(i);
-    return std::nullopt;
-}
-
-template <>
-std::optional<Suggested> fromRawValue<Suggested>(std::string_view raw) {
-    for (std::size_t i = 0; i < kSuggestedRaw.size(); ++i)
-        if (kSuggestedRaw[i] == raw) return static_cast<Suggested>(i);
-    return std::nullopt;
-}
-
 std::string displayName(Safety safety) {
-    auto i = static_cast<std::size_t>(safety);
-    return L(kSafetyKeys[i], kSafetyRaw[i]);
+    return L(kSafetyKeys[static_cast<std::size_t>(safety)], rawValue(safety));
 }
 
 ordered_json toJSON(const SpaceItem& item, JSONDateEncoding dates) {
@@ -235,10 +122,10 @@ ordered_json toJSON(const std::vector<SpaceItem>& items, JSONDateEncoding dates)
 }
 
 SpaceItemDecoding decodeSpaceItem(const nlohmann::json& value, JSONDateEncoding dates) {
-    return decodeOne(value, dates);
+    return decodeItem(value, dates, "an item");
 }
 SpaceItemDecoding decodeSpaceItem(const ordered_json& value, JSONDateEncoding dates) {
-    return decodeOne(value, dates);
+    return decodeItem(value, dates, "an item");
 }
 SpaceItemsDecoding decodeSpaceItems(const nlohmann::json& value, JSONDateEncoding dates) {
     return decodeMany(value, dates);

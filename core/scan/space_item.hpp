@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/common/format.hpp"
+#include "core/common/json_fields.hpp"
 #include "core/common/raw_value.hpp"
 
 namespace orvane {
@@ -26,13 +27,16 @@ enum class Suggested { delete_, move, review };  // `delete` is a keyword: the c
 // The kind of a clean-up opportunity; no raw values.
 enum class OppKind { move, delete_, review, file, dedupe, evict, compact };
 
-std::string_view rawValue(Safety safety);
-std::string_view rawValue(Suggested suggested);
-
 template <>
-std::optional<Safety> fromRawValue<Safety>(std::string_view raw);
+struct RawValues<Safety> {
+    static constexpr std::array<std::pair<Safety, std::string_view>, 3> table = {
+        {{Safety::safe, "Safe"}, {Safety::caution, "Caution"}, {Safety::review, "Review"}}};
+};
 template <>
-std::optional<Suggested> fromRawValue<Suggested>(std::string_view raw);
+struct RawValues<Suggested> {
+    static constexpr std::array<std::pair<Suggested, std::string_view>, 3> table = {
+        {{Suggested::delete_, "Delete"}, {Suggested::move, "Move to external"}, {Suggested::review, "Review first"}}};
+};
 
 // The display text of a safety level, looked up with L() and falling back to the English text.
 std::string displayName(Safety safety);
@@ -60,10 +64,6 @@ struct SpaceItem {
     bool operator==(const SpaceItem&) const = default;
 };
 
-// How the document holding items writes dates: the ledger's files use seconds since
-// 2001-01-01 as a number, the daemon's scan dump ISO 8601 text.
-enum class JSONDateEncoding { secondsSinceReferenceDate, iso8601 };
-
 // {"id","title","category","safety","suggested","note","contentsOnly","extra","isDir",
 //  "sizeBytes","lastUsed"} in that order; "lastUsed" is left out when absent.
 nlohmann::ordered_json toJSON(const SpaceItem& item,
@@ -72,9 +72,9 @@ nlohmann::ordered_json toJSON(const std::vector<SpaceItem>& items,
                               JSONDateEncoding dates = JSONDateEncoding::secondsSinceReferenceDate);
 
 // Decoding never throws. Every key but "lastUsed" is required ("lastUsed": null counts as
-// absent); a missing or wrongly typed key, or an unknown safety or suggestion, fails the value.
-// Unknown keys are ignored. "sizeBytes" takes any JSON number that is a whole number from -1 to
-// kMaxByteCount; a date must lie in the years 1 to 9999.
+// absent); a missing or wrongly typed key, or an unknown safety or suggestion, fails the value
+// with a sentence that names it ("No value for \"id\" in an item."). Unknown keys are ignored.
+// "sizeBytes" is a byte count; a date must lie in the years 1 to 9999.
 struct SpaceItemDecoding {
     std::optional<SpaceItem> item;
     std::string error;  // a sentence; empty when decoded
@@ -89,7 +89,7 @@ SpaceItemDecoding decodeSpaceItem(
 // An array of items decodes whole or not at all: one bad item fails the enclosing document.
 struct SpaceItemsDecoding {
     std::optional<std::vector<SpaceItem>> items;
-    std::string error;  // names the position of the first bad item; empty when decoded
+    std::string error;  // names the first bad item by its position: "... in item 3."; empty when decoded
 };
 SpaceItemsDecoding decodeSpaceItems(
     const nlohmann::json& value,

@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <atomic>
-#include <map>
+#include <ctime>
 #include <set>
 #include <thread>
 
@@ -104,62 +105,6 @@ TEST_F(LedgerStore, OldDamagedAndForeignFiles) {
     }
 }
 
-TEST_F(LedgerStore, ValuesNoDiskOrCalendarHoldsMakeTheirRecordInvalid) {
-    using json = nlohmann::json;
-    const ScanScope startup = scope::StartupDisk{};
-    SpaceItem item;
-    item.id = "/Users/a/big";
-    AuditSnapshot snapshot;
-    snapshot.categoryTotals = {{"Junk", 1}};
-    snapshot.topFindings = {{"/Users/a/big", "big", "Junk", 1}};
-    const std::map<std::string, json> records = {
-        {"moves.json", JSONCoding<MoveRecord>::encode(move("x"))},
-        {"dupe-watch-hits.json", JSONCoding<DuplicatesWatchHit>::encode({"h", {}, "/r", "/r/a", {}, 5, false})},
-        {"snapshots.json", JSONCoding<AuditSnapshot>::encode(snapshot)},
-        {"trends.json", toJSON(trend(0, 1))},
-        {"itemsCache.json", JSONCoding<Ledger::ItemsCache>::encode({{}, {item}, 1, 2, std::nullopt})},
-    };
-    const auto recordsRead = [&](const std::string& file) -> std::size_t {
-        if (file == "moves.json") return Ledger::loadMoves().size();
-        if (file == "dupe-watch-hits.json") return Ledger::loadDupeWatchHits().size();
-        if (file == "snapshots.json") return Ledger::loadSnapshots().size();
-        if (file == "trends.json") return Ledger::loadTrends().size();
-        return Ledger::loadItemsCache(startup).has_value() ? 1 : 0;
-    };
-    constexpr std::int64_t eib = std::int64_t{1} << 60;
-    struct Case {
-        const char* file;
-        const char* field;  // a JSON pointer into the record
-        json value;
-        bool valid;
-    } cases[] = {
-        {"moves.json", "/bytes", eib, true},
-        {"moves.json", "/bytes", eib + 1, false},
-        {"moves.json", "/bytes", -1, true},  // unknown
-        {"moves.json", "/bytes", -2, false},
-        {"moves.json", "/date", 252'423'993'599.0, true},  // the last second of 9999
-        {"moves.json", "/date", 252'423'993'600.0, false},
-        {"moves.json", "/date", -63'113'904'001.0, false},  // before year 1
-        {"dupe-watch-hits.json", "/bytes", UINT64_MAX, false},
-        {"snapshots.json", "/categoryTotals/Junk", eib * 2, false},
-        {"snapshots.json", "/free", -5, false},
-        {"snapshots.json", "/topFindings/0/bytes", eib + 1, false},
-        {"trends.json", "/free", eib * 4, false},
-        {"trends.json", "/sizes/Junk", -2, false},
-        {"itemsCache.json", "/total", eib * 2, false},
-        {"itemsCache.json", "/items/0/sizeBytes", INT64_MIN, false},
-        {"itemsCache.json", "/items/0/lastUsed", 1e300, false},
-        {"itemsCache.json", "/items/0/sizeBytes", eib, true},
-    };
-    for (const auto& c : cases) {
-        json record = records.at(c.file);
-        record[json::json_pointer(c.field)] = c.value;
-        const json document = std::string(c.file) == "itemsCache.json" ? record : json{{"v", 1}, {"data", {record}}};
-        putLedgerFile(c.file, document.dump());
-        EXPECT_EQ(recordsRead(c.file), c.valid ? 1u : 0u) << c.file << " " << c.field << " = " << c.value.dump();
-    }
-}
-
 TEST_F(LedgerStore, AFIFOInItsPlaceReadsAsEmptyAndIsNeverWaitedOn) {
     fs::create_directories(ledger_);
     for (const char* name : {"actions.log", "moves.json", "user-defaults.json"})
@@ -173,6 +118,44 @@ TEST_F(LedgerStore, AFIFOInItsPlaceReadsAsEmptyAndIsNeverWaitedOn) {
     Ledger::flush();
     recordAutoAction("auto");
     EXPECT_TRUE(isFIFO(ledger_ + "/actions.log"));  // a file it cannot read is left as it is
+}
+
+TEST_F(LedgerStore, OpeningTheFolderRemovesWhatKilledWritesLeftAndNothingElse) {
+    enum Kind { file, folder, link };
+    struct Case {
+        const char* name;
+        Kind kind;
+        bool old;  // untouched for an hour
+        bool removed;
+    } cases[] = {
+        {".moves.json.tmp-123", file, true, true},
+        {".itemsCache-2f5nyihd5ezxk.json.tmp-4294967295", file, true, true},
+        {".x.tmp-1.tmp-2", file, true, true},
+        {".snapshots.json.tmp-7", file, false, false},  // perhaps another process's write under way
+        {"moves.json.tmp-123", file, true, false},
+        {".moves.json.tmp-", file, true, false},
+        {".moves.json.tmp-12x", file, true, false},
+        {".tmp-12", file, true, false},
+        {".trends.json.tmp-9", folder, true, false},
+        {".trends.json.tmp-8", link, true, false},
+        {"moves.json", file, true, false},
+    };
+    const std::string target = root_ + "/target";
+    put(target, "kept");
+    for (const auto& c : cases) {
+        const std::string path = ledger_ + "/" + c.name;
+        if (c.kind == file) putLedgerFile(c.name, "[]");
+        if (c.kind == folder) fs::create_directories(path);
+        if (c.kind == link) fs::create_symlink(target, path);
+        if (c.old) {
+            const timespec hourAgo{std::time(nullptr) - 3600, 0};
+            const timespec times[2] = {hourAgo, hourAgo};
+            ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << c.name;
+        }
+    }
+    EXPECT_TRUE(Ledger::loadMoves().empty());
+    for (const auto& c : cases) EXPECT_EQ(present(ledger_ + "/" + c.name), !c.removed) << c.name;
+    EXPECT_EQ(contents(target), "kept");
 }
 
 TEST_F(LedgerStore, SnapshotsKeepTheNewest40) {

@@ -162,7 +162,7 @@ TEST(Protection, TheListAndItsFile) {
     EXPECT_EQ(list.entries.size(), 1u);
 
     EXPECT_FALSE(ProtectList::decode(R"({"version":2,"entries":[]})"));  // a newer release's list
-    EXPECT_TRUE(ProtectList::decode(R"({"version":1,"entries":[]})"));
+    EXPECT_TRUE(ProtectList::decode(R"({"version":1.0,"entries":[]})"));  // numbers are read by value
     EXPECT_FALSE(ProtectList::decode(R"({"entries":[]})"));
     EXPECT_FALSE(ProtectList::decode(R"({"version":1,"entries":[{"kind":"disk","value":"/","label":"","appFolders":[],"added":0}]})"));
     EXPECT_FALSE(ProtectList::decode(R"({"version":1,"entries":[{"kind":"item","value":"/","label":"","added":0}]})"));

@@ -29,7 +29,14 @@ void markRetired();
 
 // The path of a file of the ledger's folder.
 std::string ledgerFile(std::string_view name);
-// Creates the folder with its parents; failure is ignored (the write that follows fails too).
+// Called before the folder is read or written. The first time in a process (and again whenever
+// the folder is another), removes the temporary files of writes killed midway: regular files
+// named ".NAME.tmp-N" (N decimal digits, as writeFileAtomically names them) unchanged for ten
+// minutes. A younger one may be another process's write under way, since nothing locks the
+// folder between processes. Does nothing when retired.
+void openLedgerDir();
+// Opens, then creates the folder with its parents; failure is ignored (the write that follows
+// fails too).
 void createLedgerDir();
 
 // Far above what the store writes (the log rotates near 2 MB, a scan cache holds hundreds of
