@@ -16,7 +16,7 @@ namespace {
 // speak only of this machine's.
 void onlyThisMachine(const Invocation& in, std::string_view command) {
     if (in.facts.recorded)
-        throw OVError("orvane " + std::string(command) + " reads this machine's ledger, not a recorded Mac's.");
+        throw OVError("The " + std::string(command) + " command reads this machine's ledger, not a recorded Mac's.");
 }
 
 Result runRepair(const Invocation& in) {
