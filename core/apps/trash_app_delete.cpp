@@ -12,6 +12,10 @@
 
 namespace orvane {
 
+namespace apps::internal {
+int (*removeBundle)(int trashFD, const std::string& name, dev_t volume) = removeTreeNoFollow;
+}  // namespace apps::internal
+
 nlohmann::ordered_json toJSON(const TrashAppDeleteOutcome& outcome) {
     nlohmann::ordered_json out;
     out["name"] = outcome.name;
@@ -50,7 +54,7 @@ TrashAppDeleteOutcome deleteTrashedApp(const std::string& name, const std::strin
         outcome.reason = "not an app bundle";
         return outcome;
     }
-    const int result = removeTreeNoFollow(fd, name, trash.st_dev);
+    const int result = apps::internal::removeBundle(fd, name, trash.st_dev);
     ::close(fd);
     if (result == 0) {
         outcome.deleted = true;

@@ -2,6 +2,8 @@
 // saying in a sentence why not when it cannot.
 #pragma once
 
+#include <sys/types.h>
+
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -25,5 +27,11 @@ nlohmann::ordered_json toJSON(const TrashAppDeleteOutcome& outcome);
 // Never leaves the Trash's volume; every descriptor opened is closed.
 TrashAppDeleteOutcome deleteTrashedApp(const std::string& name, const std::string& trashDir,
                                        std::uint32_t trashOwner);
+
+namespace apps::internal {
+// A test seam for the one call that removes the bundle: as root a temp folder cannot make it fail
+// with EACCES, which a user on a Mac meets. The real removal outside tests.
+extern int (*removeBundle)(int trashFD, const std::string& name, dev_t volume);
+}  // namespace apps::internal
 
 }  // namespace orvane

@@ -63,6 +63,31 @@ TEST_F(TrashApps, DeletesABundleAndSaysWhyNotOtherwise) {
               R"({"name":"A.app","deleted":false,"needsAdmin":true,"reason":"no"})");
 }
 
+// What the system answers when it refuses the removal, and what the user is told then. The bundle
+// is left where it was.
+TEST_F(TrashApps, ARefusedRemovalSaysWhoMightSucceed) {
+    static int failure = 0;
+    const auto real = apps::internal::removeBundle;
+    apps::internal::removeBundle = [](int, const std::string&, dev_t) { return failure; };
+    const struct {
+        int error;
+        TrashAppDeleteOutcome outcome;
+    } cases[] = {
+        {EACCES, {"Some.app", false, true, std::string(std::strerror(EACCES))}},
+        {EPERM,
+         {"Some.app", false, true,
+          ::getuid() == 0 ? std::string(std::strerror(EPERM))
+                          : "macOS refused (it may need Full Disk Access, or the app belongs to the system)"}},
+        {EBUSY, {"Some.app", false, false, std::string(std::strerror(EBUSY))}},
+    };
+    for (const auto& c : cases) {
+        failure = c.error;
+        EXPECT_EQ(deleteTrashedApp("Some.app", trash_, me()), c.outcome) << c.error;
+    }
+    apps::internal::removeBundle = real;
+    EXPECT_TRUE(fs::exists(trash_ + "/Some.app/Contents/MacOS/Some"));
+}
+
 TEST_F(TrashApps, AMountedVolumeInsideIsNeverEntered) {
     fs::create_directories(trash_ + "/Mounted.app/volume");
     std::ofstream(trash_ + "/Mounted.app/beside") << "x";

@@ -30,30 +30,6 @@ Facts withHome(const std::string& homeDir) {
     return facts;
 }
 
-TEST(VendorToolTable, TwentyRowsInOrder) {
-    std::vector<std::string> ids;
-    for (const auto& t : vendorToolTable()) ids.push_back(t.id);
-    EXPECT_EQ(ids, (std::vector<std::string>{"brew", "simctl", "docker", "orbstack", "podman", "gradlew", "conda",
-                                             "gem", "npm", "pnpm", "yarn", "pip", "uv", "go", "gomod", "cocoapods",
-                                             "swiftpm", "bun", "poetry", "dotnet"}));
-    for (const auto& t : vendorToolTable()) {
-        EXPECT_EQ(t.removesStoppedContainers, t.id == "docker" || t.id == "orbstack" || t.id == "podman") << t.id;
-        EXPECT_EQ(t.requirePath.has_value(), t.id == "simctl") << t.id;
-        std::vector<std::string> preflight = {"--version"};
-        if (t.id == "simctl") preflight = {"-f", "simctl"};
-        if (t.id == "swiftpm") preflight = {"package", "--version"};
-        EXPECT_EQ(t.preflightArgs, preflight) << t.id;
-        for (const auto& c : t.candidates) EXPECT_TRUE(c.starts_with('/')) << c;  // "~" is expanded
-    }
-    EXPECT_EQ(*row("simctl").requirePath, home("Library/Developer/CoreSimulator/Devices"));
-    EXPECT_EQ(row("docker").candidates, (std::vector<std::string>{"/usr/local/bin/docker", "/opt/homebrew/bin/docker",
-                                                                  home(".docker/bin/docker")}));
-    EXPECT_EQ(row("gomod").candidates, row("go").candidates);
-    EXPECT_EQ(row("dotnet").title, ".NET NuGet");
-    EXPECT_EQ(row("gradlew").args, std::vector<std::string>{"--stop"});
-    EXPECT_EQ(row("poetry").args, (std::vector<std::string>{"cache", "clear", "pypi", "--all"}));
-}
-
 TEST(VendorToolTable, NotesVerbatim) {
     const std::vector<std::pair<std::string, std::string>> notes = {
         {"brew", "brew cleanup --prune=all — old bottles and download caches."},

@@ -11,7 +11,6 @@
 
 #include "core/common/tool_runner.hpp"
 #include "tests/cli/run_orvane.hpp"
-#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 namespace {
@@ -19,11 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::runOrvane;
 using testing::TempDir;
-
-void write(const std::string& path, const std::string& text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
+constexpr auto write = testing::writeFile;
 
 std::string joinedNul(const std::vector<std::string>& lines) {
     std::string out;
@@ -169,14 +164,6 @@ TEST_F(Recording, NothingIsChangedOnARecording) {
         EXPECT_FALSE(o.out.empty()) << command << ": the plan is shown";
     }
     EXPECT_EQ(std::pair(tree(dir_), tree(ledger.path())), before);
-}
-
-TEST(Command, AnErrorEscapingACommandIsOneSentence) {
-    TempDir scratch;
-    const auto o = runOrvane("history --since yesterday", scratch.path());
-    EXPECT_EQ(o.status, 2);
-    EXPECT_EQ(o.err, "orvane: \"yesterday\" is not an ISO 8601 date such as 2026-01-31T12:00:00Z.\n");
-    EXPECT_EQ(o.out, "");
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/platform/mount_table.hpp"
 #include "tests/privileged/fake_disk.hpp"
+#include "tests/support/mount_point.hpp"
 
 #include "tests/support/temp_dir.hpp"
 
@@ -599,17 +599,9 @@ TEST_F(RealDisk, OwnershipNeedsRootToSetUp) {
 }
 
 TEST(RealMounts, AMountPointIsNeverDeletable) {
-    auto content = std::ifstream("/proc/self/mountinfo");
-    std::string text((std::istreambuf_iterator<char>(content)), std::istreambuf_iterator<char>());
-    for (const auto& entry : platform::parseMountInfo(text)) {
-        const std::string& point = entry.mountPoint;
-        if (std::count(point.begin(), point.end(), '/') < 2 || pathTraversesSymlink(point)) continue;
-        auto reached = platform::mountOf(point);
-        if (!reached || reached->mountPoint != point) continue;  // covered by a later mount
-        EXPECT_FALSE(assertDeletable(point, "/home/nobody")) << point;
-        return;
-    }
-    GTEST_SKIP() << "no mount point two levels deep on this machine";
+    const auto point = testing::twoLevelMountPoint();
+    if (!point) GTEST_SKIP() << "no mount point two levels deep on this machine";
+    EXPECT_FALSE(assertDeletable(*point, "/home/nobody")) << *point;
 }
 
 }  // namespace

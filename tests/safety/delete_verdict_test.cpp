@@ -11,11 +11,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
-#include "core/platform/mount_table.hpp"
 #include "core/platform/platform.hpp"
 #include "tests/safety/home_override.hpp"
+#include "tests/support/mount_point.hpp"
 
 namespace orvane {
 
@@ -180,21 +179,9 @@ TEST_F(VerdictTree, ALongPathIsStillLookedAtStepByStep) {
 }
 
 TEST(OnDiskDeleteVerdict, MountPointIsProtected) {
-    std::ifstream in("/proc/self/mountinfo");
-    std::stringstream text;
-    text << in.rdbuf();
-    std::optional<std::string> mountPoint;
-    for (const auto& entry : platform::parseMountInfo(text.str())) {
-        auto facts = platform::lstatFacts(entry.mountPoint);
-        if (pathComponents(entry.mountPoint).size() >= 2 && facts && facts->isDirectory() &&
-            platform::mountOf(entry.mountPoint) &&
-            platform::mountOf(entry.mountPoint)->mountPoint == entry.mountPoint) {
-            mountPoint = entry.mountPoint;
-            break;
-        }
-    }
-    if (!mountPoint) GTEST_SKIP() << "no mount point two levels deep on this machine";
-    EXPECT_EQ(onDiskDeleteVerdict(*mountPoint, false), V::refuse(kProtectedRefusal)) << *mountPoint;
+    const auto point = testing::twoLevelMountPoint();
+    if (!point) GTEST_SKIP() << "no mount point two levels deep on this machine";
+    EXPECT_EQ(onDiskDeleteVerdict(*point, false), V::refuse(kProtectedRefusal)) << *point;
 }
 
 TEST_F(VerdictTree, LeftoversAndTrashEntries) {

@@ -5,10 +5,17 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
 namespace orvane::testing {
+
+// Writes `text` to `path` exactly, making the folders above it first.
+inline void writeFile(const std::string& path, std::string_view text) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
 
 class TempDir {
 public:
@@ -33,6 +40,7 @@ public:
 
     const std::string& path() const { return path_; }
     std::string operator/(std::string_view relative) const { return path_ + "/" + std::string(relative); }
+    void write(std::string_view relative, std::string_view text) const { writeFile(*this / relative, text); }
 
 private:
     std::string path_;
