@@ -354,28 +354,6 @@ ToolResult toolResultFromOutput(std::string_view out, std::string_view err, bool
     return result;
 }
 
-ToolRun runToolFull(const std::string& tool, const std::vector<std::string>& args, double timeout,
-                    bool nulDelimited, bool captureErrors) {
-    auto r = runToolSplit(tool, args, timeout, nulDelimited,
-                          captureErrors ? ToolErrors::merged : ToolErrors::discarded);
-    return {std::move(r.lines), r.timedOut, r.status};
-}
-
-std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout) {
-    return runToolSplit(tool, args, timeout, false, ToolErrors::discarded).lines;
-}
-
-std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout,
-                                 bool& timedOut) {
-    auto r = runToolSplit(tool, args, timeout, false, ToolErrors::discarded);
-    timedOut = r.timedOut;
-    return std::move(r.lines);
-}
-
-std::vector<std::string> runFind(const std::vector<std::string>& args, double timeout) {
-    return runToolSplit("/usr/bin/find", args, timeout, true, ToolErrors::discarded).lines;
-}
-
 std::int32_t runStatus(const std::string& tool, const std::vector<std::string>& args) {
     SpawnSetup setup;
     setup.toNull(1);

@@ -42,18 +42,6 @@ struct ToolRun {
     std::int32_t status = -1;
     bool operator==(const ToolRun&) const = default;
 };
-// Standard error merged into the lines when `captureErrors`, discarded otherwise.
-ToolRun runToolFull(const std::string& tool, const std::vector<std::string>& args, double timeout,
-                    bool nulDelimited, bool captureErrors);
-
-// Lines of standard output; standard error discarded.
-std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout);
-std::vector<std::string> runTool(const std::string& tool, const std::vector<std::string>& args, double timeout,
-                                 bool& timedOut);
-
-// /usr/bin/find with NUL-delimited output (give it -print0), so names holding line feeds stay whole.
-std::vector<std::string> runFind(const std::vector<std::string>& args, double timeout);
-
 // Runs to the end with no time limit, output and errors on the null device. The termination
 // status, or -1 when the tool could not be started.
 std::int32_t runStatus(const std::string& tool, const std::vector<std::string>& args);

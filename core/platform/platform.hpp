@@ -119,11 +119,6 @@ bool hasPrivateFolder();
 // prefix is taken off again; elsewhere the path comes back unchanged.
 std::string walkablePath(std::string_view canonicalPath);
 
-// Whether /usr/bin/git is a stand-in that asks to install the developer tools when started
-// (macOS), so that `xcode-select -p` must succeed before git is run. Where it is false, git may
-// be asked when /usr/bin/git is an executable file.
-bool gitNeedsDeveloperTools();
-
 // Folders beyond the vendor table's own where this system's package managers put command-line
 // tools, tried after the table's candidates. Entries under the home are built from `home`.
 std::vector<std::string> extraToolFolders(std::string_view home);

@@ -101,8 +101,6 @@ bool hasPrivateFolder() { return true; }
 
 bool namesAreNormalized() { return true; }
 
-bool gitNeedsDeveloperTools() { return true; }  // /usr/bin/git is the developer tools' stand-in
-
 std::vector<std::string> extraToolFolders(std::string_view) { return {}; }  // the table knows macOS
 
 std::string userTempRoot() {

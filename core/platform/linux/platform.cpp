@@ -136,8 +136,6 @@ bool hasPrivateFolder() {
     return ::lstat("/private", &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-bool gitNeedsDeveloperTools() { return false; }
-
 bool namesAreNormalized() { return false; }
 
 std::vector<std::string> extraToolFolders(std::string_view home) {
