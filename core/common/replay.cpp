@@ -42,15 +42,28 @@ std::string failed(const std::string& path, ReadFailure failure) {
     return path + " " + std::string(readFailureClause(failure)) + ".";
 }
 
+// A JSON file of the recording that may be left out: absent, it is nothing recorded (no value and
+// no error); `what` names it in the sentence when it is there but cannot be read.
+struct RecordedJSON {
+    std::optional<nlohmann::json> value;
+    std::optional<std::string> error;
+};
+RecordedJSON readRecordedJSON(const std::string& path, std::string_view what) {
+    const FileRead file = readFile(path, kMaxToolsList);
+    if (!file.bytes) {
+        if (file.failure == ReadFailure::missing) return {};
+        return {std::nullopt, "The recorded " + std::string(what) + " cannot be read: " + failed(path, file.failure)};
+    }
+    StrictJSON parsed = parseJSONStrictly(*file.bytes);
+    if (!parsed.value) return {std::nullopt, path + " does not decode: " + parsed.error};
+    return {std::move(parsed.value), std::nullopt};
+}
+
 std::optional<std::string> loadRuns(const std::string& dir, Recording& recording) {
     const std::string listPath = dir + "/tools.json";
-    const FileRead list = readFile(listPath, kMaxToolsList);
-    if (!list.bytes) {
-        if (list.failure == ReadFailure::missing) return std::nullopt;  // no tool was recorded
-        return "The recorded tool runs cannot be read: " + failed(listPath, list.failure);
-    }
-    const StrictJSON parsed = parseJSONStrictly(*list.bytes);
-    if (!parsed.value) return listPath + " does not decode: " + parsed.error;
+    const RecordedJSON parsed = readRecordedJSON(listPath, "tool runs");
+    if (parsed.error) return parsed.error;
+    if (!parsed.value) return std::nullopt;  // no tool was recorded
     if (!parsed.value->is_array()) return listPath + " does not decode: it must be a JSON array of runs.";
     std::size_t number = 0;
     for (const auto& entry : *parsed.value) {
@@ -93,14 +106,10 @@ std::optional<std::string> loadRuns(const std::string& dir, Recording& recording
 
 std::optional<std::string> loadSystem(const std::string& dir, Recording& recording) {
     const std::string path = dir + "/system.json";
-    const FileRead file = readFile(path, kMaxToolsList);
-    if (!file.bytes) {
-        if (file.failure == ReadFailure::missing) return std::nullopt;  // every such fact unknown
-        return "The recorded system facts cannot be read: " + failed(path, file.failure);
-    }
-    const StrictJSON parsed = parseJSONStrictly(*file.bytes);
-    if (!parsed.value || !parsed.value->is_object())
-        return path + " does not decode: " + (parsed.value ? "it must be a JSON object." : parsed.error);
+    const RecordedJSON parsed = readRecordedJSON(path, "system facts");
+    if (parsed.error) return parsed.error;
+    if (!parsed.value) return std::nullopt;  // every such fact unknown
+    if (!parsed.value->is_object()) return path + " does not decode: it must be a JSON object.";
     recording.system = *parsed.value;
     if (auto refused = recording.system.find("refused"); refused != recording.system.end()) {
         if (!refused->is_array()) return path + " does not decode: \"refused\" must be a list of paths.";
