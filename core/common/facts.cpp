@@ -26,16 +26,24 @@ const Facts& Facts::real() {
         f.lstat = platform::lstatFacts;
         f.home = [](std::string_view component) { return orvane::home(component); };
         f.mount = platform::mountOf;
-        f.capacity = [](const std::string& path) -> std::optional<VolumeCapacity> {
+        f.volume = [](const std::string& path) {
+            VolumeFigures figures;
             struct statvfs vfs{};
-            if (::statvfs(path.c_str(), &vfs) != 0) return std::nullopt;
+            if (::statvfs(path.c_str(), &vfs) != 0) return figures;
             const auto unit = static_cast<std::int64_t>(vfs.f_frsize);
-            return VolumeCapacity{static_cast<std::int64_t>(vfs.f_bavail) * unit,
-                                  static_cast<std::int64_t>(vfs.f_blocks) * unit};
+            figures.total = static_cast<std::int64_t>(vfs.f_blocks) * unit;
+            figures.available = static_cast<std::int64_t>(vfs.f_bavail) * unit;
+            // statvfs knows no purgeable space; on a Mac the true figure needs the URL resource
+            // values, which this layer does not reach, so the two are equal there too.
+            figures.availableForImportantUsage = figures.available;
+            return figures;
         };
         f.walkable = platform::walkablePath;
         f.isAdministrator = platform::isAdministrator;
         f.now = [] { return Clock::now(); };
+        const char* tmp = std::getenv("TMPDIR");
+        f.temporaryFolder = tmp && *tmp == '/' ? tmp : "/tmp";
+        f.lsofTool = kHostLsofTool;
         f.uid = static_cast<std::uint32_t>(::getuid());
         f.rules = kHostRuleSet;
         f.namesAreNormalized = platform::namesAreNormalized();

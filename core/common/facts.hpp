@@ -29,14 +29,21 @@ enum class RuleSet {
 };
 #ifdef __linux__
 inline constexpr RuleSet kHostRuleSet = RuleSet::withLinuxAdditions;
+inline constexpr const char* kHostLsofTool = "/usr/bin/lsof";
 #else
 inline constexpr RuleSet kHostRuleSet = RuleSet::macOS;
+inline constexpr const char* kHostLsofTool = "/usr/sbin/lsof";
 #endif
+inline constexpr const char* kMacLsofTool = "/usr/sbin/lsof";
 
-struct VolumeCapacity {
-    std::int64_t free = -1;
-    std::int64_t total = -1;
-    bool operator==(const VolumeCapacity&) const = default;
+// A volume's figures as the system gives them; each may be unknown, and unknown is never zero.
+struct VolumeFigures {
+    std::optional<std::int64_t> total;
+    std::optional<std::int64_t> available;
+    // What the system would hand over for something important, purgeable space included. A
+    // system without purgeable space gives `available`.
+    std::optional<std::int64_t> availableForImportantUsage;
+    bool operator==(const VolumeFigures&) const = default;
 };
 
 struct Facts {
@@ -58,13 +65,17 @@ struct Facts {
     std::function<std::string(std::string_view component)> home;
     // The file system a path lives on; none when it cannot be reached.
     std::function<std::optional<platform::MountFacts>(const std::string&)> mount;
-    // The free and total bytes of the file system a path lives on, as statvfs gives them.
-    std::function<std::optional<VolumeCapacity>(const std::string&)> capacity;
+    // The figures of the volume a path lives on (statvfs off macOS).
+    std::function<VolumeFigures(const std::string&)> volume;
     // The comparison form turned back into a path to walk on this disk (platform::walkablePath).
     std::function<std::string(std::string_view)> walkable;
     // Whether a user may administer the system (only the Linux additions ask).
     std::function<bool(std::uint32_t)> isAdministrator;
     std::function<TimePoint()> now;
+    // The process's temporary folder, as the system names it to the user.
+    std::string temporaryFolder;
+    // The program that lists open files; it lives elsewhere on a Mac than on Linux.
+    std::string lsofTool;
     // The user the facts describe: the one running, or the recorded Mac's.
     std::uint32_t uid = 0;
     RuleSet rules = kHostRuleSet;

@@ -123,18 +123,25 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
         if (!date) return path + " does not decode: \"now\" must be a date such as 2026-01-31T12:00:00Z.";
         recording.now = date;
     }
-    for (const char* key : {"totalCapacity", "availableCapacity", "availableCapacityForImportantUsage"}) {
+    if (auto volume = recording.system.find("homeVolume"); volume != recording.system.end()) {
+        if (!volume->is_object()) return path + " does not decode: \"homeVolume\" must be a JSON object.";
+        for (const char* key : {"totalCapacity", "availableCapacity", "availableCapacityForImportantUsage"}) {
+            auto value = volume->find(key);
+            if (value == volume->end() || value->is_null()) continue;
+            auto bytes = jsonByteCount(*value);
+            if (!bytes) return path + " does not decode: \"homeVolume." + key + "\" must be a byte count.";
+            std::string_view name = key;
+            (name == "totalCapacity"       ? recording.homeVolume.total
+             : name == "availableCapacity" ? recording.homeVolume.available
+                                           : recording.homeVolume.availableForImportantUsage) = *bytes;
+        }
+    }
+    for (const char* key : {"rootDevice", "fileSystemType", "temporaryFolder"}) {
         auto value = recording.system.find(key);
-        if (value != recording.system.end() && !jsonByteCount(*value))
-            return path + " does not decode: \"" + key + "\" must be a byte count.";
+        if (value != recording.system.end() && !value->is_null() && !value->is_string())
+            return path + " does not decode: \"" + key + "\" must be a string.";
     }
     return std::nullopt;
-}
-
-std::optional<std::int64_t> systemBytes(const Recording& recording, const char* key) {
-    auto value = recording.system.find(key);
-    if (value == recording.system.end()) return std::nullopt;
-    return jsonByteCount(*value);
 }
 
 }  // namespace
@@ -257,12 +264,12 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
         };
         return platform::MountFacts{"/", text("fileSystemType", "apfs"), text("rootDevice", "")};
     };
-    f.capacity = [recording](const std::string&) -> std::optional<VolumeCapacity> {
-        auto free = systemBytes(*recording, "availableCapacity");
-        auto total = systemBytes(*recording, "totalCapacity");
-        if (!free && !total) return std::nullopt;
-        return VolumeCapacity{free.value_or(-1), total.value_or(-1)};
-    };
+    // Only the home's volume was recorded; the Mac's disk is one volume group, so it answers for
+    // every path on the recorded disk.
+    f.volume = [recording](const std::string&) { return recording->homeVolume; };
+    if (auto tmp = r.system.find("temporaryFolder"); tmp != r.system.end() && tmp->is_string())
+        f.temporaryFolder = tmp->get<std::string>();
+    f.lsofTool = kMacLsofTool;
     f.walkable = [](std::string_view path) { return std::string(path); };  // a Mac has /private
     f.isAdministrator = [](std::uint32_t) { return false; };
     f.now = [recording] { return recording->now.value_or(Clock::now()); };

@@ -7,10 +7,10 @@
 //   DIR/root/        stands for "/" for everything read
 //   DIR/home         the recorded home, one line ("/Users/alex")
 //   DIR/uid          the recorded user's id (501 when absent)
-//   DIR/system.json  what system calls said: "totalCapacity", "availableCapacity",
-//                    "availableCapacityForImportantUsage", "rootDevice", "fileSystemType",
-//                    "refused" (paths whose listing was refused), "now" (ISO 8601); a missing
-//                    key is unknown, never zero
+//   DIR/system.json  what system calls said: "homeVolume" {"totalCapacity", "availableCapacity",
+//                    "availableCapacityForImportantUsage"}, "rootDevice", "fileSystemType",
+//                    "temporaryFolder", "refused" (paths whose listing was refused), "now"
+//                    (ISO 8601); a missing key is unknown, never zero
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -40,6 +40,7 @@ struct Recording {
     std::uint32_t uid = 501;
     nlohmann::json system = nlohmann::json::object();
     std::set<std::string> refused;                           // listings the Mac refused
+    VolumeFigures homeVolume;
     std::optional<TimePoint> now;
 };
 

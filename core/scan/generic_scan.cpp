@@ -181,10 +181,9 @@ GenericScanDump buildGenericScanDump(const ScanScope& scope, bool useSpotlightDa
     GenericScanDump dump;
     dump.items = std::move(items);
     dump.skippedNames = found.skippedRecords;
-    if (auto capacity = facts.capacity(root)) {
-        dump.free = capacity->free;
-        dump.total = capacity->total;
-    }
+    const VolumeFigures volume = facts.volume(root);
+    dump.free = volume.available.value_or(-1);
+    dump.total = volume.total.value_or(-1);
     dump.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     dump.privilege = privilege;
     return dump;

@@ -44,7 +44,7 @@ protected:
         dir_ = recording_.path();
         fs::create_directories(dir_);
         write(dir_ + "/home", "/Users/alex\n");
-        write(dir_ + "/system.json", R"({"totalCapacity": 500000000000, "availableCapacity": 120000000000})");
+        write(dir_ + "/system.json", R"({"homeVolume": {"totalCapacity": 500000000000, "availableCapacity": 120000000000}})");
         write(dir_ + "/tools.json", "[]");
         fs::create_directories(dir_ + "/root/Users/alex");
     }
@@ -136,8 +136,8 @@ TEST_F(Recording, ABadRecordingGetsOneSentence) {
          "Run 1 of DIR/tools.json has no \"status\" that is a whole number."},
         {[](const std::string& d) { fs::remove(d + "/home"); }, "The recording names no home: DIR/home does not exist."},
         {[](const std::string& d) { write(d + "/uid", "alex"); }, "DIR/uid must hold a user id, such as 501."},
-        {[](const std::string& d) { write(d + "/system.json", R"({"availableCapacity": -5})"); },
-         "DIR/system.json does not decode: \"availableCapacity\" must be a byte count."},
+        {[](const std::string& d) { write(d + "/system.json", R"({"homeVolume": {"availableCapacity": -5}})"); },
+         "DIR/system.json does not decode: \"homeVolume.availableCapacity\" must be a byte count."},
     };
     for (const auto& c : cases) {
         fs::remove_all(dir_);
