@@ -10,6 +10,7 @@
 #include "core/common/replay.hpp"
 #include "core/common/text.hpp"
 #include "core/ledger/ledger.hpp"
+#include "core/scan/disk_measure.hpp"
 
 namespace orvane::cli {
 
@@ -112,6 +113,14 @@ std::string absolutePath(const std::string& path) {
     char cwd[4096];
     if (!::getcwd(cwd, sizeof cwd)) return path;
     return standardizePath(appendingPathComponent(cwd, path), [](const std::string&) { return false; });
+}
+
+std::string readableFolder(const std::string& typed, const Facts& facts) {
+    const std::string folder = typed.empty() ? facts.home("")
+                                             : standardizePath(absolutePath(typed), [](const std::string&) { return false; });
+    if (!isDirectory(folder, facts)) throw OVError(folder + " is not a folder.");
+    if (listingRefused(folder, facts).value_or(true)) throw OVError(folder + " cannot be read by this user.");
+    return folder;
 }
 
 std::string ledgerFile(const Facts& facts, std::string_view name) {

@@ -83,6 +83,11 @@ void registerCommands(Registry& registry);
 // (no link is resolved, so that a path through a link stays one). An empty text stays empty.
 std::string absolutePath(const std::string& path);
 
+// A folder the command is to look into, as typed (absolute, lexically standardised), or the
+// user's home when nothing is typed. Throws OVError with a sentence when it is not a folder this
+// user can list.
+std::string readableFolder(const std::string& typed, const Facts& facts);
+
 // The contents of FILE, or of standard input for "-", within `limitBytes`. Throws OVError with a
 // sentence when it cannot be read: never waits on a FIFO or a device.
 std::string readInput(const std::string& fileOrDash, std::size_t limitBytes);
@@ -106,5 +111,6 @@ void addPlanCommands(Registry& registry);
 void addHelperCommands(Registry& registry);
 void addLedgerCommands(Registry& registry);
 void addProtectCommands(Registry& registry);
+void addUnreadableCommand(Registry& registry);
 
 }  // namespace orvane::cli

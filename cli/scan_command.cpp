@@ -50,9 +50,7 @@ void describe(Result& result, const GenericScanDump& dump, const ScanScope& scop
 
 Result runScan(const ScanOptions& options, const Invocation& in) {
     const Facts& facts = in.facts;
-    const std::string root = standardizePath(absolutePath(options.path), [](const std::string&) { return false; });
-    if (!isDirectory(root, facts)) throw OVError(root + " is not a folder.");
-    if (listingRefused(root, facts).value_or(true)) throw OVError(root + " cannot be read by this user.");
+    const std::string root = readableFolder(options.path, facts);
     const ScanScope scope =
         options.volume.empty() ? ScanScope(scope::Folder{root}) : ScanScope(scope::Volume{root, options.volume});
 

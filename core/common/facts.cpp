@@ -26,6 +26,7 @@ const Facts& Facts::real() {
         f.lstat = platform::lstatFacts;
         f.home = [](std::string_view component) { return orvane::home(component); };
         f.mount = platform::mountOf;
+        f.volumes = platform::browsableVolumes;
         f.volume = [](const std::string& path) {
             VolumeFigures figures;
             struct statvfs vfs{};

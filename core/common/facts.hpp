@@ -65,6 +65,8 @@ struct Facts {
     std::function<std::string(std::string_view component)> home;
     // The file system a path lives on; none when it cannot be reached.
     std::function<std::optional<platform::MountFacts>(const std::string&)> mount;
+    // The mounted volumes a user would browse.
+    std::function<std::vector<platform::BrowsableVolume>()> volumes;
     // The figures of the volume a path lives on (statvfs off macOS).
     std::function<VolumeFigures(const std::string&)> volume;
     // The comparison form turned back into a path to walk on this disk (platform::walkablePath).

@@ -136,6 +136,21 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
                                            : recording.homeVolume.availableForImportantUsage) = *bytes;
         }
     }
+    if (auto volumes = recording.system.find("volumes"); volumes != recording.system.end()) {
+        const std::string wrong = path + " does not decode: \"volumes\" must be a list of {\"path\", \"name\", \"isLocal\"}.";
+        if (!volumes->is_array()) return wrong;
+        for (const auto& volume : *volumes) {
+            if (!volume.is_object()) return wrong;
+            auto at = volume.find("path");
+            auto name = volume.find("name");
+            auto local = volume.find("isLocal");
+            if (at == volume.end() || !at->is_string() || (name != volume.end() && !name->is_string()) ||
+                (local != volume.end() && !local->is_boolean()))
+                return wrong;
+            recording.volumes.push_back({at->get<std::string>(), name == volume.end() ? "" : name->get<std::string>(),
+                                         local == volume.end() || local->get<bool>()});
+        }
+    }
     for (const char* key : {"rootDevice", "fileSystemType", "temporaryFolder"}) {
         auto value = recording.system.find(key);
         if (value != recording.system.end() && !value->is_null() && !value->is_string())
@@ -270,6 +285,7 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
     if (auto tmp = r.system.find("temporaryFolder"); tmp != r.system.end() && tmp->is_string())
         f.temporaryFolder = tmp->get<std::string>();
     f.lsofTool = kMacLsofTool;
+    f.volumes = [recording] { return recording->volumes; };
     f.walkable = [](std::string_view path) { return std::string(path); };  // a Mac has /private
     f.isAdministrator = [](std::uint32_t) { return false; };
     f.now = [recording] { return recording->now.value_or(Clock::now()); };

@@ -9,7 +9,7 @@
 //   DIR/uid          the recorded user's id (501 when absent)
 //   DIR/system.json  what system calls said: "homeVolume" {"totalCapacity", "availableCapacity",
 //                    "availableCapacityForImportantUsage"}, "rootDevice", "fileSystemType",
-//                    "temporaryFolder", "refused" (paths whose listing was refused), "now"
+//                    "temporaryFolder", "volumes" [{"path", "name", "isLocal"}], "refused" (paths whose listing was refused), "now"
 //                    (ISO 8601); a missing key is unknown, never zero
 #pragma once
 
@@ -41,6 +41,7 @@ struct Recording {
     nlohmann::json system = nlohmann::json::object();
     std::set<std::string> refused;                           // listings the Mac refused
     VolumeFigures homeVolume;
+    std::vector<platform::BrowsableVolume> volumes;           // other drives and shares mounted
     std::optional<TimePoint> now;
 };
 
