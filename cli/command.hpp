@@ -112,5 +112,6 @@ void addHelperCommands(Registry& registry);
 void addLedgerCommands(Registry& registry);
 void addProtectCommands(Registry& registry);
 void addUnreadableCommand(Registry& registry);
+void addStorageCommand(Registry& registry);
 
 }  // namespace orvane::cli

@@ -6,6 +6,7 @@ namespace orvane::cli {
 void registerCommands(Registry& registry) {
     addScanCommand(registry);
     addDuCommand(registry);
+    addStorageCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);
