@@ -18,18 +18,13 @@ namespace fs = std::filesystem;
 
 class TrashApps : public ::testing::Test {
 protected:
-    void SetUp() override {
-        root_ = temp_.path();
-        trash_ = root_ + "/.Trash";
-        fs::create_directories(trash_ + "/Some.app/Contents/MacOS");
-        std::ofstream(trash_ + "/Some.app/Contents/MacOS/Some") << "binary";
-    }
+    void SetUp() override { temp_.write(".Trash/Some.app/Contents/MacOS/Some", "binary"); }
     void TearDown() override {
         ::umount2((trash_ + "/Mounted.app/volume").c_str(), MNT_DETACH);
     }
     std::uint32_t me() const { return static_cast<std::uint32_t>(getuid()); }
     orvane::testing::TempDir temp_;
-    std::string root_, trash_;
+    std::string root_ = temp_.path(), trash_ = root_ + "/.Trash";
 };
 
 TEST_F(TrashApps, DeletesABundleAndSaysWhyNotOtherwise) {
@@ -42,10 +37,8 @@ TEST_F(TrashApps, DeletesABundleAndSaysWhyNotOtherwise) {
         std::string name;
         std::string reason;
     } cases[] = {
-        {"notes.txt", "not an app in the Trash"},
-        {"../x.app", "not an app in the Trash"},
-        {"Gone.app", "it's no longer in the Trash"},
-        {"Plain.app", "not an app bundle"},
+        {"notes.txt", "not an app in the Trash"}, {"../x.app", "not an app in the Trash"},
+        {"Gone.app", "it's no longer in the Trash"}, {"Plain.app", "not an app bundle"},
         {"Link.app", "not an app bundle"},
     };
     for (const auto& c : cases)

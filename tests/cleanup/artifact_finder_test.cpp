@@ -1,17 +1,16 @@
 #include "core/cleanup/artifact_finder.hpp"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <set>
 
 #include "core/cleanup/vendor_janitors.hpp"
 #include "core/common/path.hpp"
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 namespace {
@@ -34,49 +33,30 @@ platform::FileFacts entry(std::uint32_t mode) {
 
 class ArtifactWalkTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/orvane-walk-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
+    void files(std::initializer_list<const char*> relative) {
+        for (const char* f : relative) temp_.write(f);
     }
-    void TearDown() override { fs::remove_all(dir_); }
-
-    void file(const std::string& rel, const std::string& text = "x") {
-        fs::create_directories(fs::path(dir_ + "/" + rel).parent_path());
-        std::ofstream(dir_ + "/" + rel) << text;
-    }
-    void folder(const std::string& rel) { fs::create_directories(dir_ + "/" + rel); }
-
     std::vector<std::string> found(const ArtifactWalk& walk) {
         std::vector<std::string> out;
         for (const auto& a : walk.artifacts) out.push_back(a.path.substr(dir_.size() + 1) + " = " + a.rule.name);
         return out;
     }
-    std::string dir_;
+    testing::TempDir temp_;
+    std::string dir_ = temp_.path();
 };
 
 TEST_F(ArtifactWalkTest, FindsArtifactsBesideTheirManifests) {
-    file("web/package.json");
-    file("web/node_modules/left-pad/index.js");
-    file("web/node_modules/left-pad/package.json");
-    file("web/node_modules/left-pad/node_modules/x/index.js");  // inside an artifact: not entered
-    file("web/.next/cache/x");
-    file("rust/Cargo.toml");
-    file("rust/target/debug/app");
-    file("py/pyproject.toml");
-    file("py/.venv/lib/python3.12/site-packages/pkg/setup.py");
-    file("cpp/CMakeLists.txt");
-    file("cpp/build/CMakeCache.txt");
-    file("lonely/target/x");        // no Cargo.toml beside: somebody's own folder
-    file("maven/pom.xml");
-    file("maven/target/classes/A.class");  // pom.xml is no manifest of "target"
-    file("deep/a/b/c/d/package.json");
-    file("deep/a/b/c/d/node_modules/m/index.js");
-    file(".hidden/proj/package.json");
-    file(".hidden/proj/node_modules/m/index.js");  // hidden folders are not entered
-    file("vendored/node_modules/pkg/package.json");
-    file("vendored/node_modules/pkg/node_modules/y/z.js");  // a package's own, inside an install folder
-    file("elsewhere/package.json");
-    file("elsewhere/node_modules/real/index.js");
+    files({"web/package.json", "web/node_modules/left-pad/index.js", "web/node_modules/left-pad/package.json",
+           "web/node_modules/left-pad/node_modules/x/index.js",  // inside an artifact: not entered
+           "web/.next/cache/x", "rust/Cargo.toml", "rust/target/debug/app", "py/pyproject.toml",
+           "py/.venv/lib/python3.12/site-packages/pkg/setup.py", "cpp/CMakeLists.txt", "cpp/build/CMakeCache.txt",
+           "lonely/target/x",                                // no Cargo.toml beside: somebody's own folder
+           "maven/pom.xml", "maven/target/classes/A.class",  // pom.xml is no manifest of "target"
+           "deep/a/b/c/d/package.json", "deep/a/b/c/d/node_modules/m/index.js",
+           ".hidden/proj/package.json", ".hidden/proj/node_modules/m/index.js",  // hidden folders are not entered
+           "vendored/node_modules/pkg/package.json",
+           "vendored/node_modules/pkg/node_modules/y/z.js",  // a package's own, inside an install folder
+           "elsewhere/package.json", "elsewhere/node_modules/real/index.js"});
     fs::create_directory_symlink(dir_ + "/elsewhere", dir_ + "/linked");  // not followed
 
     std::int64_t lastFolders = -1;
@@ -96,9 +76,8 @@ TEST_F(ArtifactWalkTest, FindsArtifactsBesideTheirManifests) {
 }
 
 TEST_F(ArtifactWalkTest, LimitsMakeAPartialWalk) {
-    file("a/b/c/d/e/package.json");
-    file("a/b/c/d/e/node_modules/x");
-    for (int i = 0; i < 30; ++i) folder("wide/" + std::to_string(i));
+    files({"a/b/c/d/e/package.json", "a/b/c/d/e/node_modules/x"});
+    for (int i = 0; i < 30; ++i) temp_.mkdir("wide/" + std::to_string(i));
 
     auto shallow = findProjectArtifacts(dir_, {.maxDepth = 3, .maxFolders = 1'000'000});
     EXPECT_TRUE(shallow.artifacts.empty());
@@ -114,9 +93,7 @@ TEST_F(ArtifactWalkTest, LimitsMakeAPartialWalk) {
 }
 
 TEST_F(ArtifactWalkTest, RootThatIsAnArtifactOrInsideAPackage) {
-    file("p/package.json");
-    file("p/node_modules/a/package.json");
-    file("p/node_modules/a/node_modules/b/index.js");
+    files({"p/package.json", "p/node_modules/a/package.json", "p/node_modules/a/node_modules/b/index.js"});
     auto itself = findProjectArtifacts(dir_ + "/p/node_modules");
     ASSERT_EQ(itself.artifacts.size(), 1u);
     EXPECT_EQ(itself.artifacts[0].path, dir_ + "/p/node_modules");
@@ -125,19 +102,15 @@ TEST_F(ArtifactWalkTest, RootThatIsAnArtifactOrInsideAPackage) {
     EXPECT_TRUE(findProjectArtifacts(dir_ + "/p/node_modules/a").artifacts.empty());
 
     EXPECT_TRUE(findProjectArtifacts(dir_ + "/absent").artifacts.empty());
-    file("plain");
+    files({"plain"});
     EXPECT_TRUE(findProjectArtifacts(dir_ + "/plain").artifacts.empty());
     fs::create_directory_symlink(dir_ + "/p", dir_ + "/link");
     EXPECT_TRUE(findProjectArtifacts(dir_ + "/link").artifacts.empty());  // the root is no link either
 }
 
 TEST_F(ArtifactWalkTest, GitStatesInOrderWithTheGateAskedOnce) {
-    file("repo/app/package.json");
-    file("repo/app/node_modules/x/index.js");
-    file("repo/tool/Cargo.toml");
-    file("repo/tool/target/out");
-    file("free/Cargo.toml");
-    file("free/target/out");
+    files({"repo/app/package.json", "repo/app/node_modules/x/index.js", "repo/tool/Cargo.toml", "repo/tool/target/out",
+           "free/Cargo.toml", "free/target/out"});
     const std::string repo = dir_ + "/repo";
     const std::string git = "cd '" + repo + "' && /usr/bin/git -c user.email=t@example.com -c user.name=t ";
     ASSERT_EQ(std::system((git + "init -q . && " + git + "add tool && " + git + "commit -qm x >/dev/null").c_str()), 0);

@@ -1,11 +1,11 @@
 #include "core/cleanup/project_artifacts.hpp"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <set>
+
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 namespace {
@@ -31,18 +31,13 @@ TEST(ProjectArtifactRule, NeedsAManifestBeside) {
     const std::vector<Case> cases = {
         {"build", {"pubspec.yaml"}, "Build output"},
         {"build", {"Makefile"}, std::nullopt},  // a project marker, but no manifest of this row
-        {"build", {"CMakeLists.txt", "src"}, "Build output"},
-        {"target", {}, std::nullopt},
-        {"target", {"pom.xml"}, std::nullopt},
-        {"target", {"Cargo.toml"}, "Rust build output"},
+        {"build", {"CMakeLists.txt", "src"}, "Build output"}, {"target", {}, std::nullopt},
+        {"target", {"pom.xml"}, std::nullopt}, {"target", {"Cargo.toml"}, "Rust build output"},
         {"Target", {"Cargo.toml"}, std::nullopt},  // names are exact
-        {"node_modules", {"package.json"}, "JavaScript packages"},
-        {"node_modules", {"Package.json"}, std::nullopt},
-        {".turbo", {"turbo.json"}, "Turborepo cache"},
-        {"venv", {"poetry.lock"}, "Python environment"},
+        {"node_modules", {"package.json"}, "JavaScript packages"}, {"node_modules", {"Package.json"}, std::nullopt},
+        {".turbo", {"turbo.json"}, "Turborepo cache"}, {"venv", {"poetry.lock"}, "Python environment"},
         {".venv", {"requirements.txt"}, "Python environment"},
-        {".build", {"Package.swift"}, "Swift package build output"},
-        {"src", {"package.json"}, std::nullopt},
+        {".build", {"Package.swift"}, "Swift package build output"}, {"src", {"package.json"}, std::nullopt},
         {".gradle", {"settings.gradle.kts"}, "Gradle project cache"},
     };
     for (const auto& c : cases) {
@@ -88,18 +83,12 @@ TEST(GitignoreMentions, PlainNamesOnly) {
         bool expected;
     };
     const std::vector<Case> cases = {
-        {"build/", "build", "build", true},
-        {"build", "build", "build", true},
-        {"/build", "build", "build", true},
-        {"/build/", "build", "build", true},
-        {"**/build", "build", "build", false},
-        {"!build", "build", "build", false},
-        {"# build", "build", "build", false},
+        {"build/", "build", "build", true}, {"build", "build", "build", true}, {"/build", "build", "build", true},
+        {"/build/", "build", "build", true}, {"**/build", "build", "build", false},
+        {"!build", "build", "build", false}, {"# build", "build", "build", false},
         {"build*", "build", "build", false},  // a wildcard matches only as that very text
-        {"  build/\t", "build", "build", true},
-        {"sub/build/", "build", "sub/build", true},
-        {"build", "build", "sub/build", true},
-        {"/sub/build", "build", "sub/build", true},
+        {"  build/\t", "build", "build", true}, {"sub/build/", "build", "sub/build", true},
+        {"build", "build", "sub/build", true}, {"/sub/build", "build", "sub/build", true},
         {"other/build", "build", "sub/build", false},
         {"x\n\n\nnode_modules\n", "node_modules", "web/node_modules", true},
         {"x\r\nnode_modules\r\n", "node_modules", "node_modules", true},  // saved with Windows line ends
@@ -173,8 +162,7 @@ TEST(ProjectMarker, NamesThenSuffixesThenTwoSources) {
         {{"App.xcworkspace", ".git"}, ".git"},                    // a name before a suffix
         {{"notes.txt", "photo.jpg"}, std::nullopt},
         {{".swift", "a."}, std::nullopt},  // no extension in either
-        {{"x.tar.gz", "main.c", "util.h"}, "main.c"},
-        {{}, std::nullopt},
+        {{"x.tar.gz", "main.c", "util.h"}, "main.c"}, {{}, std::nullopt},
         {{"makefile", "cargo.toml"}, std::nullopt},  // names are exact
     };
     for (const auto& c : cases) EXPECT_EQ(projectMarker(c.names), c.expected) << ::testing::PrintToString(c.names);
@@ -193,12 +181,7 @@ TEST(IsPackageInstallCopy, WholeComponents) {
 class SweepGitStateTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-sweep-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
-        repo_ = dir_ + "/repo";
-        for (auto d : {"/repo/tracked/build", "/repo/app/node_modules/x", "/repo/ignored/target", "/repo/odd/build",
-                       "/outside/target"})
-            fs::create_directories(dir_ + d);
+        temp_.mkdir("outside/target");
         write(repo_ + "/tracked/build/out.txt", "kept in git");
         write(repo_ + "/app/node_modules/x/index.js", "module");
         write(repo_ + "/ignored/target/bin", "binary");
@@ -209,16 +192,15 @@ protected:
         ASSERT_EQ(git("add tracked .gitignore odd"), 0);
         ASSERT_EQ(git("commit -q -m initial"), 0);
     }
-    void TearDown() override { fs::remove_all(dir_); }
-
     int git(const std::string& args) {
         const std::string command = "cd '" + repo_ + "' && /usr/bin/git -c user.email=t@example.com -c user.name=t " +
                                     "-c init.defaultBranch=main " + args + " >/dev/null 2>&1";
         return std::system(command.c_str());
     }
-    static void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+    static void write(const std::string& path, const std::string& text) { testing::writeFile(path, text); }
 
-    std::string dir_, repo_;
+    testing::TempDir temp_;
+    std::string dir_ = temp_.path(), repo_ = dir_ + "/repo";
 };
 
 TEST_F(SweepGitStateTest, AsksGit) {

@@ -5,10 +5,10 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "core/common/path.hpp"
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 namespace {
@@ -30,26 +30,6 @@ Facts withHome(const std::string& homeDir) {
     return facts;
 }
 
-TEST(VendorToolTable, NotesVerbatim) {
-    const std::vector<std::pair<std::string, std::string>> notes = {
-        {"brew", "brew cleanup --prune=all — old bottles and download caches."},
-        {"docker",
-         "docker system prune -f — stopped containers, dangling images and build cache. A stopped container's "
-         "writable layer goes with it; named volumes are never touched. Docker must be running."},
-        {"orbstack",
-         "orb prune -f — stopped containers, unused images and build cache. A stopped container's writable layer "
-         "goes with it; your Linux machines and their contents are untouched."},
-        {"gradlew",
-         "gradle --stop — stops background daemons holding memory and lock files. Builds start a fresh one next "
-         "time."},
-        {"gomod",
-         "go clean -modcache — downloaded modules. Projects download what they need again on their next build."},
-        {"dotnet", "dotnet nuget locals all --clear — global HTTP cache and temp packages."},
-        {"swiftpm", "swift package purge-cache — shared package checkouts and build artifacts."},
-    };
-    for (const auto& [id, note] : notes) EXPECT_EQ(row(id).note, note);
-}
-
 TEST(VendorJanitorID, CacheFoldersUnderTheHome) {
     const Facts h = withHome("/Users/a");
     struct Case {
@@ -57,20 +37,12 @@ TEST(VendorJanitorID, CacheFoldersUnderTheHome) {
         std::optional<std::string> id;
     };
     const std::vector<Case> cases = {
-        {"/Users/a/Library/Caches/Homebrew/downloads", "brew"},
-        {"/Users/a/Library/Caches/Homebrew", "brew"},
-        {"/Users/a/Library/Caches/Homebrew2", std::nullopt},
-        {"/Users/a/go/pkg/mod/cache", "gomod"},
-        {"/Users/a/go/pkg", std::nullopt},
-        {"/Users/a/.npm", "npm"},
-        {"/Users/a/.npm/_cacache", "npm"},
-        {"/Users/a/.pnpm-store/v3", "pnpm"},
-        {"/Users/a/.yarn", "yarn"},
-        {"/Users/a/.cache/uv", "uv"},
-        {"/Users/a/Library/Caches/go-build", "go"},
-        {"/Users/a/anaconda3/pkgs", "conda"},
-        {"/Users/b/.npm", std::nullopt},
-        {"/Users/a", std::nullopt},
+        {"/Users/a/Library/Caches/Homebrew/downloads", "brew"}, {"/Users/a/Library/Caches/Homebrew", "brew"},
+        {"/Users/a/Library/Caches/Homebrew2", std::nullopt}, {"/Users/a/go/pkg/mod/cache", "gomod"},
+        {"/Users/a/go/pkg", std::nullopt}, {"/Users/a/.npm", "npm"}, {"/Users/a/.npm/_cacache", "npm"},
+        {"/Users/a/.pnpm-store/v3", "pnpm"}, {"/Users/a/.yarn", "yarn"}, {"/Users/a/.cache/uv", "uv"},
+        {"/Users/a/Library/Caches/go-build", "go"}, {"/Users/a/anaconda3/pkgs", "conda"},
+        {"/Users/b/.npm", std::nullopt}, {"/Users/a", std::nullopt},
     };
     for (const auto& c : cases) EXPECT_EQ(vendorJanitorID(c.path, h), c.id) << c.path;
     auto janitor = vendorJanitor("/Users/a/.gem/ruby", h);
@@ -111,16 +83,8 @@ TEST(JanitorDoneStatus, Wording) {
 // Scripts standing in for tools, in a folder of their own, and a home with Node versions.
 class FakeTools : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/orvane-janitors-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
-        fs::create_directories(dir_ + "/bin");
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
     std::string script(const std::string& name, const std::string& body, bool executable = true) {
-        const std::string path = dir_ + "/bin/" + name;
-        std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
+        const std::string path = temp_.write("bin/" + name, "#!/bin/sh\n" + body + "\n");
         ::chmod(path.c_str(), executable ? 0755 : 0644);
         return path;
     }
@@ -132,7 +96,8 @@ protected:
         t.args = {"clean"};
         return t;
     }
-    std::string dir_;
+    testing::TempDir temp_;
+    std::string dir_ = temp_.path();
 };
 
 TEST_F(FakeTools, ToolRunsOnlyOnStatusZeroInTime) {
@@ -143,8 +108,7 @@ TEST_F(FakeTools, ToolRunsOnlyOnStatusZeroInTime) {
     EXPECT_FALSE(vendorToolRuns(dir_ + "/bin", {"--version"}));
     EXPECT_FALSE(vendorToolRuns("relative/tool", {}));
     // A "=" would make env read the path as a setting and then succeed with no tool at all.
-    fs::create_directories(dir_ + "/a=b");
-    const std::string withEquals = dir_ + "/a=b/ok";
+    const std::string withEquals = temp_.mkdir("a=b") + "/ok";
     fs::copy_file(dir_ + "/bin/ok", withEquals);
     EXPECT_FALSE(vendorToolRuns(withEquals, {"--version"}));
     // The arguments reach the tool as given.
@@ -167,7 +131,7 @@ TEST_F(FakeTools, ToolGetsItsOwnSearchPath) {
 }
 
 TEST_F(FakeTools, NodeVersionsInDescendingTextOrder) {
-    for (auto v : {"18.0", "20.1", "9.0"}) fs::create_directories(dir_ + "/.nvm/versions/node/" + v + "/bin");
+    for (auto v : {"18.0", "20.1", "9.0"}) temp_.mkdir(".nvm/versions/node/" + std::string(v) + "/bin");
     EXPECT_EQ(vendorToolPATH("/opt/homebrew/bin/npm", withHome(dir_)),
               "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin:" + dir_ +
                   "/.nvm/versions/node/9.0/bin:" + dir_ + "/.nvm/versions/node/20.1/bin:" + dir_ +

@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "tests/cli/run_orvane.hpp"
-#include "tests/support/mount_point.hpp"
 
 namespace orvane::testing {
 namespace {
@@ -46,16 +45,10 @@ TEST(PlanCheckCommand, StatusAndAnswer) {
         {"plan check - <{D}/plan.json", 0, out, "ok\n", whole, plan("[]")},
         // Malformed plans: one sentence, status 2.
         {check, 2, err, "orvane: The plan cannot be read. It is not valid JSON: parse error at line 1, column 1: syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal\n", whole, plan("")},
-        {check, 2, err, "orvane: The plan cannot be read. It is not valid JSON: parse error at line 1, column 2: syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal\n", whole, plan("[")},
         {check, 2, err, "orvane: The plan must be a JSON array of operations, such as [{\"removePath\":{\"_0\":\"/path\"}}].\n", whole,
          plan(R"({"removePath":{"_0":"/a/b"}})")},
         {check, 2, err, "orvane: Step 2 is not an operation: Invalid number of keys found, expected one.\n", whole,
          plan(R"([{"removePath":{"_0":"/a/b"}},{"nothingKnown":{}}])")},
-        {check, 2, err,
-         "orvane: Step 1 is not an operation: \"chownTo\" in \"moveAside\" must be a whole number from 0 to 4294967295.\n",
-         whole, plan(R"([{"moveAside":{"path":"/a/b","to":"/c/d","chownTo":-1}}])")},
-        {check, 2, err, "orvane: The plan cannot be read. It is not accepted JSON: the key \"_0\" appears twice in one object.\n",
-         whole, plan(R"([{"removePath":{"_0":"/a","_0":"/b"}}])")},
         {check, 2, err,
          "orvane: Step 1 is not an operation: An operation must be a JSON object with one key, the operation's name.\n",
          whole, plan(R"(["removePath"])")},
@@ -64,10 +57,8 @@ TEST(PlanCheckCommand, StatusAndAnswer) {
         {check + " --no-such-flag", 2, err, "orvane: The following argument was not expected: --no-such-flag. See orvane --help.\n",
          whole, plan("[]")},
         {"plan check {D}/absent.json", 2, err, "orvane: Cannot read {D}/absent.json: it does not exist.\n"},
-        // Never waiting on what is no plan file.
-        {"plan check /dev/zero", 2, err, "orvane: Cannot read /dev/zero: it is not a regular file.\n"},
+        // Never waiting on what is no plan file; the other kinds of file are the reader's, tested with it.
         {"plan check {D}/fifo", 2, err, "orvane: Cannot read {D}/fifo: it is not a regular file.\n", whole, fifo},
-        {"plan check {D}", 2, err, "orvane: Cannot read {D}: it is not a regular file.\n"},
         {"plan check {D}/large.json", 2, err, "orvane: The input is larger than 8 MiB, more than any plan needs.\n", whole,
          large},
     };
@@ -143,7 +134,7 @@ const std::string kProjectItself =
 
 TEST(VerdictCommand, StatusAndSentence) {
     const auto home = [](const TempDir& d) {
-        for (auto f : {"home/src/app/package.json", "home/src/app/index.js", "home/code/tools/cli/Cargo.toml",
+        for (auto f : {"home/src/app/package.json", "home/src/app/index.js",
                        "home/old/notes.txt"})
             d.write(f, "x");
         fs::create_directory_symlink(d / "home/old", d / "home/shortcut");
@@ -164,18 +155,9 @@ TEST(VerdictCommand, StatusAndSentence) {
         ASSERT_EQ(runOrvane("--ledger-dir " + d / "ledger protect add " + d / "home/work/Stems", d.path()).status, 0);
     };
     const std::string h = "HOME={D}/home", unreadable = "--ledger-dir {D}/ledger verdict {D}/home/old";
-    const std::string mount = twoLevelMountPoint().value_or("/");  // "/" is refused all the same
     const C cases[] = {
         {"verdict {D}/home", 1, out, "{D}/home: " + kProtected, whole, home, h},
-        {"verdict /", 1, out, "/: " + kProtected, whole, home, h},
-        {"verdict " + mount, 1, out, mount + ": " + kProtected, whole, home, h},
-        {"verdict {D}/home/shortcut", 1, out, "{D}/home/shortcut: " + kViaShortcut, whole, home, h},
         {"verdict {D}/home/shortcut/notes.txt", 1, out, "{D}/home/shortcut/notes.txt: " + kViaShortcut, whole, home, h},
-        {"verdict {D}/home/src/app", 1, out, "{D}/home/src/app: " + kProjectItself, whole, home, h},
-        {"verdict {D}/home/code", 1, out,
-         "{D}/home/code: refused — it holds a project you're building (cli), and Velloran Orvane doesn't delete source "
-         "trees. Their rebuildable parts are offered separately, and that is where the space actually is.\n",
-         whole, home, h},
         {"verdict {D}/home/old {D}/home/old/notes.txt", 0, out, "{D}/home/old: trash\n{D}/home/old/notes.txt: trash\n",
          whole, home, h},
         {"verdict --permanently {D}/home/old", 0, out, "{D}/home/old: remove permanently\n", whole, home, h},
@@ -189,7 +171,6 @@ TEST(VerdictCommand, StatusAndSentence) {
          whole, home, h},
         {"verdict --json --permanently {D}/home/old", 0, out, "\"verdict\": \"removePermanently\"", contains, home, h},
         {"verdict", 2, err, "orvane: PATH is required. See orvane --help.\n"},
-        {"verdict --help", 0, out, "--permanently", contains},
         {"--ledger-dir {D}/ledger verdict {D}/home/work/Stems {D}/home/work", 1, out,
          "{D}/home/work/Stems: refused — Kept because you protected it.\n"
          "{D}/home/work: refused — Kept because you protected Stems inside it.\n",
@@ -206,10 +187,6 @@ TEST(VerdictCommand, StatusAndSentence) {
         {unreadable, 2, err,
          "orvane: The protection list at {D}/ledger/protect-list.json is damaged or from a newer release; it is left as it is.\n",
          whole, listText("{"), h},
-        // Cut to 32 bits this would read as 1, an old list, and be overwritten.
-        {unreadable, 2, err,
-         "orvane: The protection list at {D}/ledger/protect-list.json is damaged or from a newer release; it is left as it is.\n",
-         whole, listText(R"({"version":4294967297,"entries":[]})"), h},
         {unreadable, 2, err, "orvane: The protection list at {D}/ledger/protect-list.json is too large; it is left as it is.\n",
          whole,
          listed([](const std::string& list) {
@@ -291,8 +268,7 @@ TEST(ScanCommand, ANameThatIsNotUTF8IsSkippedAloneAndAControlCharacterIsEscaped)
     };
     const std::string scan = "--ledger-dir {D}/ledger scan {D}/tree";
     const C cases[] = {
-        {scan, 0, out, "  new\\nline.bin\n", contains, tree},
-        {scan, 0, out, "\n2 findings in ", contains, tree},
+        {scan, 0, out, "  new\\nline.bin\n", contains, tree}, {scan, 0, out, "\n2 findings in ", contains, tree},
         {scan, 0, out, "\n1 name skipped: not valid UTF-8.\n", contains, tree},
         {scan + " --json", 0, out, "\"title\": \"new\\nline.bin\"", contains, tree},
         {scan + " --json", 0, out, "\"skippedNames\": 1", contains, tree},
@@ -309,25 +285,6 @@ TEST(LedgerCommands, StatusAndAnswer) {
     const std::string folded =
         "[2026-02-01T00:00:01Z] DEDUPE \u00D7 3 \u2014 duplicate copies merged; each is still in place, sharing storage "
         "with its original. The full list is in the log file.\n";
-    // What a front end killed in the middle of its work leaves behind.
-    const auto interrupted = files({
-        {"home/Movies/film.mov", "original"},
-        {"Drive/Movies/film.mov", "copy"},
-        {"home/report.pdf.ov-compress-orig", "OLD"},
-        {"home/report.pdf.ov-compress-tmp-1", "half written"},
-        {"home/photo.jpg", "photo"},
-        {"home/photo.jpg.ov-clone-tmp", "clone"},
-        {"home/mail.db", "NEW"},
-        {"home/mail.db.ov-compact-orig", "OLD"},
-        {"ledger/moves-inflight.json",
-         R"({"v":1,"data":[{"date":700000000,"title":"Movies","src":"{D}/home/Movies","dst":"{D}/Drive/Movies","bytes":1500000,"symlinked":true}]})"},
-        {"ledger/swap-inflight.json",
-         R"([{"path":"{D}/home/report.pdf","kind":"compress"},{"path":"{D}/home/photo.jpg","kind":"dedupe"}])"},
-        {"ledger/compact-inflight.json", R"({"v":1,"data":["{D}/home/mail.db"]})"},
-    });
-    const auto pending = files({{"home/Music/song", "original"},
-                                {"ledger/moves-inflight.json",
-                                 R"({"v":1,"data":[{"date":1,"title":"Music","src":"{D}/home/Music","dst":"{D}/Drive/Music","bytes":1,"symlinked":true}]})"}});
     const auto moves = files({{"ledger/moves.json",
                                R"({"v":1,"data":[)"
                                R"({"date":700000000,"title":"Old Photos","src":"/Users/a/Old Photos","dst":"/Volumes/Drive/Old Photos","bytes":2500000000,"symlinked":true},)"
@@ -363,21 +320,7 @@ TEST(LedgerCommands, StatusAndAnswer) {
         {l + "history --since yesterday", 2, err,
          "orvane: \"yesterday\" is not an ISO 8601 date such as 2026-01-31T12:00:00Z.\n"},
         {l + "history --all --since 2026-01-01T00:00:00Z", 2, err, "orvane: --since excludes --all. See orvane --help.\n"},
-        {l + "history --help", 0, out, "--since", contains},
-        {l + "repair --help", 0, out, "at launch", contains},
-        {l + "repair", 0, out, "Nothing to repair.\n"},
-        {l + "repair --json", 0, out, "{\n  \"messages\": []\n}\n"},
-        {l + "repair", 0, out,
-         "mail.db: compression finished, leftover backup removed\n"
-         "report.pdf: restored after an interrupted compression\n"
-         "photo.jpg: leftover clone copy removed\n"
-         "Recovered interrupted move of Movies \u2014 {D}/home/Movies now points at {D}/Drive/Movies; any leftover "
-         "partial went to the Trash.\n",
-         whole, interrupted},
-        {l + "repair", 0, out,
-         "Move of Music is pending \u2014 the drive holding its copy at {D}/Drive/Music isn't connected; reconnect it and "
-         "relaunch to finish.\n",
-         whole, pending},
+        {l + "repair", 0, out, "Nothing to repair.\n"}, {l + "repair --json", 0, out, "{\n  \"messages\": []\n}\n"},
         {l + "moves", 0, out, "No moves on record.\n"},
         {l + "moves", 0, out, "Movies (1.5 MB)\n    /Users/a/Movies moved to /Volumes/Drive/Movies\n", contains, moves},
         {l + "moves", 0, out, " Old Photos (2.5 GB)\n    /Users/a/Old Photos -> /Volumes/Drive/Old Photos\n2 moves, 2.5 GB in all.\n",
@@ -402,7 +345,8 @@ TEST(LedgerCommands, StatusAndAnswer) {
     expectCommands(cases);
 }
 
-// What the repair leaves on disk, beyond what it says.
+// What a front end killed in the middle of its work leaves behind, repaired; every kind of repair is the
+// ledger's and tested there.
 TEST(LedgerCommands, RepairFinishesWhatItReports) {
     TempDir d;
     d.write("home/report.pdf.ov-compress-orig", "OLD");
@@ -411,7 +355,11 @@ TEST(LedgerCommands, RepairFinishesWhatItReports) {
     d.write("ledger/swap-inflight.json", R"([{"path":")" + d / "home/report.pdf" + R"(","kind":"compress"}])");
     d.write("ledger/moves-inflight.json", R"({"v":1,"data":[{"date":1,"title":"Movies","src":")" + d / "home/Movies" +
                                               R"(","dst":")" + d / "Drive/Movies" + R"(","bytes":1500000,"symlinked":true}]})");
-    ASSERT_EQ(runOrvane("--ledger-dir " + d / "ledger repair", d.path()).status, 0);
+    const auto repair = runOrvane("--ledger-dir " + d / "ledger repair", d.path());
+    ASSERT_EQ(repair.status, 0);
+    EXPECT_EQ(repair.out, "report.pdf: restored after an interrupted compression\nRecovered interrupted move of Movies "
+                          "\u2014 " + d / "home/Movies now points at " + d / "Drive/Movies; any leftover partial went "
+                          "to the Trash.\n");
     EXPECT_EQ(readFile(d / "home/report.pdf"), "OLD");
     EXPECT_EQ(fs::read_symlink(d / "home/Movies"), d / "Drive/Movies");
     EXPECT_EQ(readFile(d / "ledger/Trash/Movies/film.mov"), "original");

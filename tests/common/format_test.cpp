@@ -14,35 +14,15 @@ TEST(FmtBytes, PrintsWhatThePlatformFormatterPrints) {
         std::int64_t bytes;
         const char* text;
     } cases[] = {
-        {0, "Zero KB"},
-        {1, "1 byte"},
-        {2, "2 bytes"},
-        {999, "999 bytes"},
-        {1000, "1 KB"},
-        {1023, "1 KB"},
-        {1499, "1 KB"},
-        {1501, "2 KB"},
+        {0, "Zero KB"}, {1, "1 byte"}, {2, "2 bytes"}, {999, "999 bytes"}, {1000, "1 KB"}, {1023, "1 KB"},
+        {1499, "1 KB"}, {1501, "2 KB"},
         {2500, "2 KB"},  // an exact tie rounds to even
-        {11999, "12 KB"},
-        {900000, "900 KB"},
-        {999499, "999 KB"},
+        {11999, "12 KB"}, {900000, "900 KB"}, {999499, "999 KB"},
         {999999, "1,000 KB"},  // the unit is chosen before rounding
-        {1000000, "1 MB"},
-        {1500000, "1.5 MB"},
-        {12345678, "12.3 MB"},
-        {123456789, "123.5 MB"},
-        {999900000, "999.9 MB"},
-        {999999999, "1,000 MB"},
-        {1000000000, "1 GB"},
-        {1234567898, "1.23 GB"},
-        {2340000000, "2.34 GB"},
-        {2300000000, "2.3 GB"},
-        {12345678987, "12.35 GB"},
-        {5500000000000, "5.5 TB"},
-        {123456789012345, "123.46 TB"},
-        {1000000000000000, "1 PB"},
-        {INT64_MAX, "9.22 EB"},
-        {-1, "…"},
+        {1000000, "1 MB"}, {1500000, "1.5 MB"}, {12345678, "12.3 MB"}, {123456789, "123.5 MB"},
+        {999900000, "999.9 MB"}, {999999999, "1,000 MB"}, {1000000000, "1 GB"}, {1234567898, "1.23 GB"},
+        {2340000000, "2.34 GB"}, {2300000000, "2.3 GB"}, {12345678987, "12.35 GB"}, {5500000000000, "5.5 TB"},
+        {123456789012345, "123.46 TB"}, {1000000000000000, "1 PB"}, {INT64_MAX, "9.22 EB"}, {-1, "…"},
         {INT64_MIN, "…"},
     };
     for (const auto& c : cases) EXPECT_EQ(fmtBytes(c.bytes), c.text) << c.bytes;
@@ -55,19 +35,10 @@ TEST(FmtAgo, CountsTheLargestWholeUnit) {
         long long offset;
         const char* text;
     } cases[] = {
-        {0, "in 0 seconds"},
-        {-1, "1 second ago"},
-        {-59, "59 seconds ago"},
-        {-60, "1 minute ago"},
-        {-3599, "59 minutes ago"},
-        {-7200, "2 hours ago"},
-        {-86400, "1 day ago"},
-        {-6 * 86400, "6 days ago"},
-        {-7 * 86400, "1 week ago"},
-        {-40 * 86400, "1 month ago"},
-        {-400 * 86400, "1 year ago"},
-        {3 * 86400, "in 3 days"},
-        {90, "in 1 minute"},
+        {0, "in 0 seconds"}, {-1, "1 second ago"}, {-59, "59 seconds ago"}, {-60, "1 minute ago"},
+        {-3599, "59 minutes ago"}, {-7200, "2 hours ago"}, {-86400, "1 day ago"}, {-6 * 86400, "6 days ago"},
+        {-7 * 86400, "1 week ago"}, {-40 * 86400, "1 month ago"}, {-400 * 86400, "1 year ago"},
+        {3 * 86400, "in 3 days"}, {90, "in 1 minute"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(fmtAgo(now + seconds(c.offset), now), c.text) << c.offset;

@@ -53,22 +53,18 @@ TEST(JSONFields, EachKindOfField) {
         {"a", text, "\"a\""},
         {std::nullopt, text, "No value for \"k\" in \"it\"."},
         {nullptr, text, "\"k\" in \"it\" must be a string."},  // null is no value of a required field
-        {1, flag, "\"k\" in \"it\" must be true or false."},
-        {"1", number, "\"k\" in \"it\" must be a number."},
+        {1, flag, "\"k\" in \"it\" must be true or false."}, {"1", number, "\"k\" in \"it\" must be a number."},
         {json::parse("5e0"), uid, "5"},  // numbers are read by value
         {5.0, uid, "5"},
         {5.5, uid, "\"k\" in \"it\" must be a whole number from 0 to 4294967295."},
         {9223372036854775808.0, count, "\"k\" in \"it\" must be a whole number not below 0."},
-        {-1, bytes, "-1"},
-        {1152921504606846976, bytes, "1152921504606846976"},
-        {1152921504606846977, bytes, notBytes},
-        {-2, bytes, notBytes},
+        {-1, bytes, "-1"}, {1152921504606846976, bytes, "1152921504606846976"},
+        {1152921504606846977, bytes, notBytes}, {-2, bytes, notBytes},
         {json{{"a", 1}, {"b", -1}}, totals, R"({"a":1,"b":-1})"},
         {json{{"a", 1}, {"b", -2}}, totals, "\"k\" in \"it\" must be an object of whole numbers from -1 to 2^60."},
         {86400, seconds, "2001-01-02T00:00:00Z"},
         {252'423'993'600.0, seconds, notSeconds},  // 10000-01-01
-        {"2026-01-31T12:00:00Z", seconds, notSeconds},
-        {"2026-01-31T14:00:00+02:00", iso, "2026-01-31T12:00:00Z"},
+        {"2026-01-31T12:00:00Z", seconds, notSeconds}, {"2026-01-31T14:00:00+02:00", iso, "2026-01-31T12:00:00Z"},
         {1769860800, iso, notISO},
         {json::array({"a", 1}), list, "\"k\" in \"it\" must be an array of strings."},
         {"Green", colour, "Green"},
@@ -76,10 +72,8 @@ TEST(JSONFields, EachKindOfField) {
         {"Blue", colour, "\"k\" in \"it\" must be one of \"Red\", \"Green\"."},
         // An optional field: absent or null holds none; a value of the wrong type still fails.
         {std::nullopt, maybeFlag, "none"},
-        {nullptr, maybeFlag, "none"},
-        {false, maybeFlag, "false"},
-        {"yes", maybeFlag, "\"k\" in \"it\" must be true or false."},
-        {"yesterday", maybeDate, notISO},
+        {nullptr, maybeFlag, "none"}, {false, maybeFlag, "false"},
+        {"yes", maybeFlag, "\"k\" in \"it\" must be true or false."}, {"yesterday", maybeDate, notISO},
     };
     for (const auto& c : cases) {
         const json object = c.value ? json{{"k", *c.value}} : json::object();

@@ -41,15 +41,11 @@ TEST(JSONDates, OutsideTheYearsOneTo9999NoDateAndFarDatesKeepTheirYear) {
         const char* written;             // what iso8601 writes, or none when decoding fails
     } cases[] = {
         {std::nan(""), nullptr, nullptr},
-        {HUGE_VAL, nullptr, nullptr},
-        {-HUGE_VAL, nullptr, nullptr},
-        {1e300, nullptr, nullptr},
+        {HUGE_VAL, nullptr, nullptr}, {-HUGE_VAL, nullptr, nullptr}, {1e300, nullptr, nullptr},
         {252'423'993'600.0, nullptr, nullptr},                 // 10000-01-01
         {252'423'993'599.0, nullptr, "9999-12-31T23:59:59Z"},  // past the nanosecond clock's 2262
-        {9'435'484'800.0, nullptr, "2300-01-01T00:00:00Z"},
-        {-63'113'904'000.0, nullptr, "0001-01-01T00:00:00Z"},
-        {-63'113'904'001.0, nullptr, nullptr},
-        {std::nullopt, "9999-12-31T23:59:59Z", "9999-12-31T23:59:59Z"},
+        {9'435'484'800.0, nullptr, "2300-01-01T00:00:00Z"}, {-63'113'904'000.0, nullptr, "0001-01-01T00:00:00Z"},
+        {-63'113'904'001.0, nullptr, nullptr}, {std::nullopt, "9999-12-31T23:59:59Z", "9999-12-31T23:59:59Z"},
         {std::nullopt, "2300-01-01T00:00:00.5Z", "2300-01-01T00:00:00Z"},
         {std::nullopt, "9999-12-31T23:59:59-01:00", nullptr},  // 10000 in UTC
         {std::nullopt, "0001-01-01T00:30:00+01:00", nullptr},  // year 0 in UTC
@@ -80,8 +76,7 @@ TEST(ReadFile, OnlyRegularFilesWithinTheBoundAndNeverWaits) {
         std::optional<std::string> bytes;
         ReadFailure failure;
     } cases[] = {
-        {file, 5, "12345", {}},
-        {file, 4, std::nullopt, ReadFailure::tooLarge},
+        {file, 5, "12345", {}}, {file, 4, std::nullopt, ReadFailure::tooLarge},
         {dir / "missing", 5, std::nullopt, ReadFailure::missing},
         {dir / "five/below", 5, std::nullopt, ReadFailure::missing},
         {dir.path(), 5, std::nullopt, ReadFailure::notRegularFile},

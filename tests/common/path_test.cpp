@@ -35,22 +35,15 @@ TEST(StandardizePath, LexicalCleanUp) {
         {"/", "/"},
         {"//", "/"},
         {"/a//b/", "/a/b"},
-        {"/a/./b/.", "/a/b"},
-        {"/a/b/../c", "/a/c"},
-        {"/a/../../..", "/"},
-        {"/..", "/"},
-        {"~", "/Users/ann"},
-        {"~/Documents/", "/Users/ann/Documents"},
-        {"~/../bob", "/Users/bob"},
+        {"/a/./b/.", "/a/b"}, {"/a/b/../c", "/a/c"}, {"/a/../../..", "/"}, {"/..", "/"}, {"~", "/Users/ann"},
+        {"~/Documents/", "/Users/ann/Documents"}, {"~/../bob", "/Users/bob"},
         {"~nosuchuser-orvane/x", "~nosuchuser-orvane/x"},
         {"a/../b", "a/../b"},  // relative paths keep their ".."
         {"a/./b//", "a/b"},
         {"./", "."},
         {"/private/tmp/x", "/tmp/x"},          // the shorter path exists
         {"/private/tmp/y", "/private/tmp/y"},  // it does not
-        {"/private/etc", "/etc"},
-        {"/private", "/private"},
-        {"/private/var/folders/../folders", "/var/folders"},
+        {"/private/etc", "/etc"}, {"/private", "/private"}, {"/private/var/folders/../folders", "/var/folders"},
     };
     for (const auto& c : cases) EXPECT_EQ(standardizePath(c.in, exists), c.out) << c.in;
 }
@@ -64,11 +57,8 @@ TEST(PathComponents, OperationsOnText) {
         const char* parent;
         const char* last;
     } cases[] = {
-        {"/tmp/scratch.tiff", "/tmp", "scratch.tiff"},
-        {"/tmp/lock/", "/tmp", "lock"},
-        {"/tmp/", "/", "tmp"},
-        {"/tmp", "/", "tmp"},
-        {"/", "/", "/"},
+        {"/tmp/scratch.tiff", "/tmp", "scratch.tiff"}, {"/tmp/lock/", "/tmp", "lock"}, {"/tmp/", "/", "tmp"},
+        {"/tmp", "/", "tmp"}, {"/", "/", "/"},
         {"scratch.tiff", "", "scratch.tiff"},
         {"/a//b", "/a", "b"},
         {"a/b", "a", "b"},

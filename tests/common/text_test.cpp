@@ -14,11 +14,7 @@ TEST(Text, CountsAndClipsUserPerceivedCharacters) {
         std::size_t count;
     } cases[] = {
         {"", 0},
-        {"abc", 3},
-        {family, 1},
-        {flag + flag, 2},
-        {accented + "x", 2},
-        {"\r\n", 1},
+        {"abc", 3}, {family, 1}, {flag + flag, 2}, {accented + "x", 2}, {"\r\n", 1},
         {"a\xff" "b", 3},  // an undecodable byte counts as one
     };
     for (const auto& c : cases) EXPECT_EQ(characterCount(c.text), c.count) << c.text;
@@ -68,11 +64,8 @@ TEST(Text, EscapesWhatCouldMoveTheCursorOrStartALine) {
     const struct {
         std::string in, out;
     } cases[] = {
-        {"plain caf\u00e9 \u65e5\u672c", "plain caf\u00e9 \u65e5\u672c"},
-        {"a\nb\rc\td", "a\\nb\\rc\\td"},
-        {std::string("nul\0x", 5), "nul\\x00x"},
-        {"\x1b[2Jclear", "\\x1B[2Jclear"},
-        {"del\x7f", "del\\x7F"},
+        {"plain caf\u00e9 \u65e5\u672c", "plain caf\u00e9 \u65e5\u672c"}, {"a\nb\rc\td", "a\\nb\\rc\\td"},
+        {std::string("nul\0x", 5), "nul\\x00x"}, {"\x1b[2Jclear", "\\x1B[2Jclear"}, {"del\x7f", "del\\x7F"},
         {"c1 \u009b31m", "c1 \\xC2\\x9B31m"},    // a one-character escape sequence start
         {"sep\u2028x", "sep\\xE2\\x80\\xA8x"},  // a line separator
         {"bad \xff\xc3", "bad \\xFF\\xC3"},      // invalid UTF-8, byte by byte

@@ -24,11 +24,6 @@ namespace fs = std::filesystem;
 
 class Road : public ::testing::Test {
 protected:
-    void SetUp() override {
-        root_ = temp_.path();
-        log_ = root_ + "/helper.log";
-    }
-
     Helper helper(std::uint32_t uid) {
         HelperSettings settings;
         settings.logPath = log_;
@@ -64,14 +59,14 @@ protected:
     }
 
     orvane::testing::TempDir temp_;
-    std::string root_, log_;
+    std::string root_ = temp_.path(), log_ = root_ + "/helper.log";
     std::vector<std::string> ranTools_;
 };
 
 TEST_F(Road, EveryShapeOfReplyAndItsRecord) {
     const auto me = static_cast<std::uint32_t>(getuid());
     auto h = helper(me);
-    std::ofstream(root_ + "/doomed") << "x";
+    temp_.write("doomed");
     fs::create_directory_symlink(root_, root_ + "/link");
 
     EXPECT_EQ(h.version(), "6");
@@ -117,7 +112,7 @@ TEST_F(Road, ACallerWithoutAHomeIsRefusedEverything) {
 
 TEST_F(Road, TheChownTargetMustBeTheCaller) {
     auto h = helper(501);
-    std::ofstream(root_ + "/item") << "x";
+    temp_.write("item");
     EXPECT_EQ(h.perform(R"({"moveAside":{"path":")" + root_ + R"(/item","to":")" + root_ +
                         R"(/aside","chownTo":0}})"),
               "pathNotAllowed");
@@ -154,8 +149,7 @@ TEST_F(Road, EachRecordStaysOneLineWhateverThePathHolds) {
     struct Case {
         std::string separator, escaped;
     } cases[] = {
-        {"\n", "\\n"},
-        {"\r", "\\r"},
+        {"\n", "\\n"}, {"\r", "\\r"},
         {"\xE2\x80\xA8", "\\xE2\\x80\\xA8"},  // a line separator to some readers
     };
     std::vector<std::string> expected;
@@ -180,9 +174,7 @@ TEST_F(Road, AFailureTooLongForAFrameIsToldInASentence) {
         std::size_t length;
         std::string told;
     } cases[] = {
-        {room, std::string(room, 'e')},
-        {room + 1, tooLong(room + 1)},
-        {8u << 20, tooLong(8u << 20)},
+        {room, std::string(room, 'e')}, {room + 1, tooLong(room + 1)}, {8u << 20, tooLong(8u << 20)},
     };
     for (const auto& c : cases) {
         HelperSettings settings;

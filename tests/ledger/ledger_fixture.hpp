@@ -3,16 +3,15 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "core/common/json_files.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/platform/platform.hpp"
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane::testing {
 
@@ -21,29 +20,15 @@ namespace fs = std::filesystem;
 class LedgerFixture : public ::testing::Test {
   protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-ledger-XXXXXX";
-        root_ = fs::canonical(::mkdtemp(pattern)).string();
-        ledger_ = root_ + "/ledger";
-        fs::create_directories(root_ + "/home");
-        ::setenv("HOME", (root_ + "/home").c_str(), 1);
+        ::setenv("HOME", temp_.mkdir("home").c_str(), 1);
         Ledger::setTestDirOverride(ledger_);
     }
-    void TearDown() override {
-        Ledger::flush();
-        fs::remove_all(root_);
-    }
+    void TearDown() override { Ledger::flush(); }
 
-    // A file in the ledger's folder, written as given.
-    void putLedgerFile(const std::string& name, const std::string& bytes) const {
-        fs::create_directories(ledger_);
-        put(ledger_ + "/" + name, bytes);
-    }
-    std::string ledgerFile(const std::string& name) const { return readFile(ledger_ + "/" + name).value_or("<missing>"); }
+    void putLedgerFile(const std::string& name, const std::string& bytes) const { put(ledger_ + "/" + name, bytes); }
+    std::string ledgerFile(const std::string& name) const { return contents(ledger_ + "/" + name); }
 
-    static void put(const std::string& path, const std::string& bytes) {
-        fs::create_directories(fs::path(path).parent_path());
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
+    static void put(const std::string& path, const std::string& bytes) { writeFile(path, bytes); }
     static std::string contents(const std::string& path) { return readFile(path).value_or("<missing>"); }
     static bool present(const std::string& path) { return platform::lstatFacts(path).has_value(); }
     static bool isLink(const std::string& path) {
@@ -64,8 +49,9 @@ class LedgerFixture : public ::testing::Test {
         return found;
     }
 
-    std::string root_;
-    std::string ledger_;
+    TempDir temp_;
+    std::string root_ = temp_.path();
+    std::string ledger_ = root_ + "/ledger";
 };
 
 }  // namespace orvane::testing

@@ -41,14 +41,8 @@ bool isFIFO(const std::string& path) {
 
 ScanSnapshot trend(double seconds, std::int64_t free) { return {*dateFromReferenceSeconds(seconds), free, 0, {{"Junk", 1}}}; }
 
-TEST_F(LedgerStore, FolderAndFileNames) {
-    EXPECT_EQ(Ledger::dir(), ledger_);
+TEST_F(LedgerStore, FolderAndPerScopeNames) {
     EXPECT_EQ(Ledger::movesPath(), ledger_ + "/moves.json");
-    EXPECT_EQ(Ledger::snapshotsPath(), ledger_ + "/snapshots.json");
-    EXPECT_EQ(Ledger::trendsPath(), ledger_ + "/trends.json");
-    EXPECT_EQ(Ledger::dupeWatchHitsPath(), ledger_ + "/dupe-watch-hits.json");
-    EXPECT_EQ(Ledger::logPath(), ledger_ + "/actions.log");
-    EXPECT_EQ(Ledger::rotatedLogPath(), ledger_ + "/actions.log.1");
     const ScanScope startup = scope::StartupDisk{};
     const ScanScope folder = scope::Folder{"/Users/a/Projects"};
     EXPECT_EQ(Ledger::itemsCachePath(startup), ledger_ + "/itemsCache.json");
@@ -86,8 +80,7 @@ TEST_F(LedgerStore, OldDamagedAndForeignFiles) {
     };
     const Case cases[] = {
         {"[" + record + "]", 1},                       // a bare array from before the wrapper
-        {R"({"v":99,"data":[]})", 0},
-        {R"({"v":99,"data":[)" + record + "]}", 1},
+        {R"({"v":99,"data":[]})", 0}, {R"({"v":99,"data":[)" + record + "]}", 1},
         {R"({"v":1,"data":{"dst":"x"}})", 0},          // a payload of another shape
         {R"({"v":1,"data":[{"dst":"x"}]})", 0},
         {R"({"v":1,"data":[)" + record.substr(0, 20), 0},  // torn
@@ -129,15 +122,11 @@ TEST_F(LedgerStore, OpeningTheFolderRemovesWhatKilledWritesLeftAndNothingElse) {
         bool removed;
     } cases[] = {
         {".moves.json.tmp-123", file, true, true},
-        {".itemsCache-2f5nyihd5ezxk.json.tmp-4294967295", file, true, true},
-        {".x.tmp-1.tmp-2", file, true, true},
+        {".itemsCache-2f5nyihd5ezxk.json.tmp-4294967295", file, true, true}, {".x.tmp-1.tmp-2", file, true, true},
         {".snapshots.json.tmp-7", file, false, false},  // perhaps another process's write under way
-        {"moves.json.tmp-123", file, true, false},
-        {".moves.json.tmp-", file, true, false},
-        {".moves.json.tmp-12x", file, true, false},
-        {".tmp-12", file, true, false},
-        {".trends.json.tmp-9", folder, true, false},
-        {".trends.json.tmp-8", link, true, false},
+        {"moves.json.tmp-123", file, true, false}, {".moves.json.tmp-", file, true, false},
+        {".moves.json.tmp-12x", file, true, false}, {".tmp-12", file, true, false},
+        {".trends.json.tmp-9", folder, true, false}, {".trends.json.tmp-8", link, true, false},
         {"moves.json", file, true, false},
     };
     const std::string target = root_ + "/target";

@@ -14,6 +14,7 @@
 #include <map>
 #include <thread>
 
+#include "core/common/json_files.hpp"
 #include "tests/support/temp_dir.hpp"
 
 namespace orvane {
@@ -116,25 +117,20 @@ TEST(Operations, DetailMakesToolOutputFit) {
 
 class LaunchItems : public ::testing::Test {
 protected:
-    void SetUp() override {
-        root_ = temp_.path();
-        agents_ = root_ + "/LaunchAgents";
-        fs::create_directories(agents_);
-        fs::create_directories(root_ + "/Trash");
-    }
+    void SetUp() override { temp_.mkdir("Trash"); }
     OperationContext context(FakeTools& tools) {
         auto c = tools.context(501);
         c.launchFolders = {agents_};
         return c;
     }
     orvane::testing::TempDir temp_;
-    std::string root_, agents_;
+    std::string root_ = temp_.path(), agents_ = temp_.mkdir("LaunchAgents");
 };
 
 TEST_F(LaunchItems, SwitchingOffAndOnRenamesThenTellsLaunchd) {
     FakeTools tools;
     auto c = context(tools);
-    std::ofstream(agents_ + "/a.plist") << "x";
+    temp_.write("LaunchAgents/a.plist");
     EXPECT_EQ(failureOf(op::SetLaunchItemEnabled{agents_ + "/a.plist", false}, c), "");
     EXPECT_TRUE(fs::exists(agents_ + "/a.plist.disabled-by-orvane"));
     EXPECT_EQ(tools.calls.back(), (Call{"/bin/launchctl", {"bootout", "gui/501", agents_ + "/a.plist.disabled-by-orvane"}}));
@@ -154,8 +150,8 @@ TEST_F(LaunchItems, SwitchingOffAndOnRenamesThenTellsLaunchd) {
 TEST_F(LaunchItems, TrashingStopsOnlyWhatIsRunning) {
     FakeTools tools;
     auto c = context(tools);
-    std::ofstream(agents_ + "/on.plist") << "x";
-    std::ofstream(agents_ + "/off.plist.disabled-by-orvane") << "x";
+    temp_.write("LaunchAgents/on.plist");
+    temp_.write("LaunchAgents/off.plist.disabled-by-orvane");
     EXPECT_EQ(failureOf(op::TrashLaunchItem{agents_ + "/on.plist", root_ + "/Trash/on.plist", getuid()}, c), "");
     ASSERT_EQ(tools.calls.size(), 1u);
     EXPECT_EQ(tools.calls[0], (Call{"/bin/launchctl", {"bootout", "gui/501", agents_ + "/on.plist"}}));
@@ -178,20 +174,19 @@ TEST(Operations, FileBodiesAndTheirTexts) {
     const std::string& root = temp.path();
     OperationContext c;
     c.callerUID = getuid();
-    std::ofstream(root + "/file") << "x";
-    EXPECT_EQ(failureOf(op::RemovePath{root + "/file"}, c), "");
+    EXPECT_EQ(failureOf(op::RemovePath{temp.write("file")}, c), "");
     EXPECT_FALSE(fs::exists(root + "/file"));
     EXPECT_EQ(failureOf(op::RemovePath{root + "/gone/file"}, c), "remove of " + root + "/gone/file failed or was redirected");
 
-    fs::create_directories(root + "/target");
-    std::ofstream(root + "/original") << "x";
+    temp.mkdir("target");
+    temp.write("original");
     EXPECT_EQ(failureOf(op::SwapToSymlink{root + "/original", root + "/target"}, c), "");
     EXPECT_EQ(fs::read_symlink(root + "/original"), root + "/target");
     EXPECT_EQ(failureOf(op::SwapToSymlink{root + "/none/x", root + "/target"}, c),
               "swap remove of " + root + "/none/x failed or was redirected");
 
-    std::ofstream(root + "/staged") << "x";
-    std::ofstream(root + "/occupied") << "x";
+    temp.write("staged");
+    temp.write("occupied");
     EXPECT_EQ(failureOf(op::RestoreFromStaging{root + "/staged", root + "/occupied"}, c),
               "restore into " + root + "/occupied failed");
     EXPECT_EQ(failureOf(op::MoveAside{root + "/staged", root + "/occupied", getuid()}, c),
@@ -289,12 +284,7 @@ TEST(Operations, RacingSymlinkSwapsNeverReachTheDecoy) {
 TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {
     const orvane::testing::TempDir temp{"/var/tmp"};
     const std::string& root = temp.path();
-    fs::create_directories(root + "/scanned");
-    {
-        std::ofstream big(root + "/scanned/big.bin");
-        big.seekp(12 * 1024 * 1024);
-        big << 'x';
-    }
+    fs::resize_file(temp.write("scanned/big.bin"), 12 * 1024 * 1024);  // sparse, above the scan's threshold
     OperationContext c;
     c.callerUID = getuid();
     const std::string out = root + "/dump.json";
@@ -313,14 +303,13 @@ TEST(Operations, ScanDumpReachesTheCallerInAFileOfItsOwn) {
     EXPECT_TRUE(dump["items"][0]["lastUsed"].is_string());  // the dump's dates are ISO 8601 text
 
     // Something at the name since validation: never written through, never replaced.
-    std::ofstream(root + "/taken") << "mine";
+    temp.write("taken", "mine");
     fs::create_symlink(root + "/taken", root + "/planted");
     EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "", root + "/taken"}, c),
               "could not create the scan dump at " + root + "/taken");
     EXPECT_EQ(failureOf(op::PrivilegedScan{"volume", root + "/scanned", "V", root + "/planted"}, c),
               "could not create the scan dump at " + root + "/planted");
-    std::ifstream taken(root + "/taken");
-    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(taken)), {}), "mine");
+    EXPECT_EQ(readFile(root + "/taken"), "mine");
     fs::create_directory_symlink(root, root + "/dirlink");
     EXPECT_EQ(failureOf(op::PrivilegedScan{"folder", root + "/scanned", "", root + "/dirlink/d.json"}, c),
               "scan dump parent " + root + "/dirlink is not a real directory chain");

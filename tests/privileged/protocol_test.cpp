@@ -96,12 +96,10 @@ TEST(Protocol, DecodingIsLenientOnlyWhereTheFormIs) {
         {R"({"removePath":{"_0":7}})", "\"_0\" in \"removePath\" must be a string."},
         {R"({"removePath":{"path":"/a"}})", "No value for \"_0\" in \"removePath\"."},
         {R"({"removePath":"/a"})", "The value of \"removePath\" must be an object."},
-        {R"({"thinSnapshots":null})", nullptr},
-        {R"({"deleteSnapshots":{"_0":["2026-01-31-120000",5]}})", nullptr},
+        {R"({"thinSnapshots":null})", nullptr}, {R"({"deleteSnapshots":{"_0":["2026-01-31-120000",5]}})", nullptr},
         {R"({"deleteSnapshots":{"_0":"2026-01-31-120000"}})", nullptr},
         {R"({"removePath":{"_0":"/a"},"removePath":{"_0":"/b"}})", nullptr},  // one key, given twice
-        {R"({"removePath":{"_0":"/a","_0":"/b"}})", nullptr},
-        {R"(["removePath"])", nullptr},
+        {R"({"removePath":{"_0":"/a","_0":"/b"}})", nullptr}, {R"(["removePath"])", nullptr},
         {R"("removePath")", nullptr},
         {"", nullptr},
         {"{\"removePath\":{\"_0\":\"/\xff\"}}", nullptr},  // not UTF-8
@@ -162,8 +160,6 @@ TEST(Protocol, RefusalsAndVersions) {
     };
     for (const auto& v : versions) EXPECT_EQ(helperMajorVersion(v.text), v.major) << '"' << v.text << '"';
     EXPECT_EQ(helperMajorVersion(helperVersion), PrivilegedHelper::requiredHelperVersion);
-    EXPECT_EQ(PrivilegedHelper::machServiceName, "com.velloran.orvane.helper");
-    EXPECT_EQ(PrivilegedHelper::daemonPlistName, "com.velloran.orvane.helper.plist");
 }
 
 TEST(Protocol, ReadingAReply) {

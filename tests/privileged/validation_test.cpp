@@ -62,9 +62,9 @@ void expectAll(const std::vector<OpCase>& cases, const Facts& disk) {
     }
 }
 
-TEST(Validate, RemovePath) {
-    auto disk = macDisk();
+TEST(Validate, EveryOperationOnAMac) {
     const std::string nul("/Library/LaunchDaemons/x.plist\0", 31);
+    const std::string off = "/Library/LaunchDaemons/com.vendor.off.plist.disabled-by-orvane";
     expectAll({
         {op::RemovePath{"relative/path"}, kUID, R::notAbsolutePath},
         {op::RemovePath{""}, kUID, R::notAbsolutePath},
@@ -73,13 +73,10 @@ TEST(Validate, RemovePath) {
         {op::RemovePath{"/Library/LaunchDaemons/x.plist"}, std::nullopt, R::pathNotAllowed},
         {op::RemovePath{"/private/etc/sudoers"}, kUID, R::pathNotAllowed},
         {op::RemovePath{"/Users/a/Library/LaunchAgents/mine.plist"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/Users/a"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/Users/a/"}, kUID, R::pathNotAllowed},
+        {op::RemovePath{"/Users/a"}, kUID, R::pathNotAllowed}, {op::RemovePath{"/Users/a/"}, kUID, R::pathNotAllowed},
         {op::RemovePath{"/Users/a/../a"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/Users"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/Foo"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/"}, kUID, R::pathNotAllowed},
-        {op::RemovePath{"/Volumes/Drive"}, kUID, R::pathNotAllowed},
+        {op::RemovePath{"/Users"}, kUID, R::pathNotAllowed}, {op::RemovePath{"/Foo"}, kUID, R::pathNotAllowed},
+        {op::RemovePath{"/"}, kUID, R::pathNotAllowed}, {op::RemovePath{"/Volumes/Drive"}, kUID, R::pathNotAllowed},
         {op::RemovePath{"/Users/a/linkdir/x"}, kUID, R::pathTraversesSymlink},
         {op::RemovePath{"/Users/a/linkdir"}, kUID, R::pathTraversesSymlink},
         {op::RemovePath{"/tmp/staged"}, kUID, R::pathTraversesSymlink},
@@ -89,12 +86,6 @@ TEST(Validate, RemovePath) {
         {op::RemovePath{"/Users/a/file"}, kUID, std::nullopt},
         {op::RemovePath{"/staging/copy"}, kUID, std::nullopt},  // root's item passes
         {op::RemovePath{"/Users/a/absent"}, kUID, std::nullopt},
-    }, disk.facts());
-}
-
-TEST(Validate, SwapAndRestore) {
-    auto disk = macDisk();
-    expectAll({
         {op::SwapToSymlink{"/Users/a/file", "rel"}, kUID, R::notAbsolutePath},
         {op::SwapToSymlink{"/Users/a", "/Volumes/Drive/data"}, kUID, R::pathNotAllowed},
         {op::SwapToSymlink{"/Users/a/linkdir/x", "/Volumes/Drive/data"}, kUID, R::pathTraversesSymlink},
@@ -103,7 +94,6 @@ TEST(Validate, SwapAndRestore) {
         {op::SwapToSymlink{"/Users/a/file", "/Volumes/Drive/data"}, kUID, std::nullopt},
         // Not asked about persistence: the swap only puts a link where a deletable item stood.
         {op::SwapToSymlink{"/Library/LaunchDaemons/x.plist", "/Volumes/Drive/data"}, kUID, std::nullopt},
-
         {op::RestoreFromStaging{"/staging/copy", "/Users/a/restored"}, kUID, std::nullopt},
         {op::RestoreFromStaging{"/staging/copy", "/Users/a/occupied"}, kUID, R::destinationOccupied},
         {op::RestoreFromStaging{"/staging/copy", "/Users/a/new"}, kUID, std::nullopt},
@@ -119,12 +109,6 @@ TEST(Validate, SwapAndRestore) {
         // The comparison form is walked: "/tmp" is not held against a staging path.
         {op::RestoreFromStaging{"/tmp/staged", "/Users/a/new"}, kUID, std::nullopt},
         {op::RestoreFromStaging{"/Users/a/linkdir/x", "/Users/a/new"}, kUID, R::pathTraversesSymlink},
-    }, disk.facts());
-}
-
-TEST(Validate, SnapshotsAndToolsWithoutPaths) {
-    auto disk = macDisk();
-    expectAll({
         {op::DeleteSnapshots{}, kUID, R::malformedSnapshotDate},
         {op::DeleteSnapshots{{"2026-01-31-120000"}}, kUID, std::nullopt},
         {op::DeleteSnapshots{{"9999-99-99-999999"}}, kUID, std::nullopt},
@@ -132,16 +116,8 @@ TEST(Validate, SnapshotsAndToolsWithoutPaths) {
         {op::DeleteSnapshots{{"2026-01-31-120000\n"}}, kUID, R::malformedSnapshotDate},
         {op::DeleteSnapshots{{"2026-01-31T120000"}}, kUID, R::malformedSnapshotDate},
         {op::DeleteSnapshots{{"\u0662026-01-31-120000"}}, kUID, R::malformedSnapshotDate},
-        {op::DeleteSnapshots{{"-d /"}}, kUID, R::malformedSnapshotDate},
-        {op::ThinSnapshots{}, kUID, std::nullopt},
-        {op::PurgeInactiveMemory{}, kUID, std::nullopt},
-        {op::ResetBackgroundItems{}, std::nullopt, std::nullopt},
-    }, disk.facts());
-}
-
-TEST(Validate, MoveAside) {
-    auto disk = macDisk();
-    expectAll({
+        {op::DeleteSnapshots{{"-d /"}}, kUID, R::malformedSnapshotDate}, {op::ThinSnapshots{}, kUID, std::nullopt},
+        {op::PurgeInactiveMemory{}, kUID, std::nullopt}, {op::ResetBackgroundItems{}, std::nullopt, std::nullopt},
         {op::MoveAside{"/Users/a/file", "rel", kUID}, kUID, R::notAbsolutePath},
         {op::MoveAside{"/Users/a/file", "/Users/a/aside", kUID}, kUID, std::nullopt},
         {op::MoveAside{"/Users/a/file", "/Users/a/aside", 502}, kUID, R::pathNotAllowed},
@@ -158,12 +134,6 @@ TEST(Validate, MoveAside) {
         {op::MoveAside{"/Users/a/file", "/Users/Shared/aside", kUID}, std::nullopt, std::nullopt},
         {op::MoveAside{"/Users/a/theirs", "/Users/a/aside", kUID}, kUID, R::pathNotAllowed},
         {op::MoveAside{"/Volumes/Drive/data", "/Users/a/aside", kUID}, kUID, std::nullopt},
-    }, disk.facts());
-}
-
-TEST(Validate, PrivilegedScan) {
-    auto disk = macDisk();
-    expectAll({
         {op::PrivilegedScan{"disk", "/Users/a", "L", "/Users/a/dump.json"}, kUID, R::pathNotAllowed},
         {op::PrivilegedScan{"Folder", "/Users/a", "L", "/Users/a/dump.json"}, kUID, R::pathNotAllowed},
         {op::PrivilegedScan{"folder", "Users/a", "L", "/Users/a/dump.json"}, kUID, R::notAbsolutePath},
@@ -183,13 +153,6 @@ TEST(Validate, PrivilegedScan) {
         {op::PrivilegedScan{"folder", "/Users/a", "L", "/Users/a/file/d.json"}, kUID, R::sourceMissing},
         // A root-owned folder is in the caller's domain.
         {op::PrivilegedScan{"folder", "/Users/a", "L", "/staging/d.json"}, kUID, std::nullopt},
-    }, disk.facts());
-}
-
-TEST(Validate, LaunchItems) {
-    auto disk = macDisk();
-    const std::string off = "/Library/LaunchDaemons/com.vendor.off.plist.disabled-by-orvane";
-    expectAll({
         {op::SetLaunchItemEnabled{"/Library/LaunchDaemons/com.apple.x.plist", false}, kUID, R::pathNotAllowed},
         {op::SetLaunchItemEnabled{"/Library/LaunchDaemons/com.vendor.d.plist", false}, kUID, std::nullopt},
         {op::SetLaunchItemEnabled{"/Library/LaunchDaemons/com.vendor.d.plist", true}, kUID, R::pathNotAllowed},
@@ -202,7 +165,6 @@ TEST(Validate, LaunchItems) {
         {op::SetLaunchItemEnabled{"/Library/LaunchDaemons/sub/x.plist", false}, kUID, R::pathNotAllowed},
         {op::SetLaunchItemEnabled{"/Users/a/Library/LaunchAgents/mine.plist", false}, kUID, R::pathNotAllowed},
         {op::SetLaunchItemEnabled{"Library/LaunchDaemons/x.plist", false}, kUID, R::notAbsolutePath},
-
         {op::TrashLaunchItem{"/Library/LaunchDaemons/com.vendor.d.plist", "/Users/a/.Trash/d.plist", kUID}, kUID,
          std::nullopt},
         {op::TrashLaunchItem{"/Library/LaunchDaemons/com.vendor.d.plist", "/Users/a/.Trash/d.plist", 502}, kUID,
@@ -221,12 +183,6 @@ TEST(Validate, LaunchItems) {
          R::pathTraversesSymlink},
         {op::TrashLaunchItem{"/Library/LaunchAgents/none.plist", "/Users/a/.Trash/x.plist", kUID}, kUID,
          R::sourceMissing},
-    }, disk.facts());
-}
-
-TEST(Validate, TrashedApps) {
-    auto disk = macDisk();
-    expectAll({
         {op::DeleteTrashedApp{"Some.app"}, kUID, std::nullopt},
         {op::DeleteTrashedApp{"Copy.app 10-22-33"}, kUID, std::nullopt},
         {op::DeleteTrashedApp{"Plain.app"}, kUID, R::pathTraversesSymlink},  // any non-folder
@@ -234,29 +190,19 @@ TEST(Validate, TrashedApps) {
         {op::DeleteTrashedApp{"Gone.app"}, kUID, R::sourceMissing},
         {op::DeleteTrashedApp{"../../x.app"}, kUID, R::pathNotAllowed},
         {op::DeleteTrashedApp{"notes.txt"}, kUID, R::pathNotAllowed},
-    }, disk.facts());
+    }, macDisk().facts());
+}
 
+TEST(Validate, TrashedAppNames) {
     struct Name {
         std::string name;
         bool ok;
     } names[] = {
-        {"", false},
-        {".app", false},
-        {"X.app", true},
-        {"X.APP", true},
-        {"..app", true},
-        {"a/b.app", false},
-        {std::string("x\0.app", 6), false},
-        {"..", false},
-        {std::string(251, 'a') + ".app", true},
-        {std::string(252, 'a') + ".app", false},
-        {std::string(200, 'a') + std::string(60, 'e') + ".app", false},
-        {"X.app 1-02-03", true},
-        {"X.app 12-34-56-789", true},
-        {"X.app 123-34-56", false},
-        {"X.app 1-2-3", false},
-        {"X.app 12-34-56-", false},
-        {"X.app 12-34-56 ", false},
+        {"", false}, {".app", false}, {"X.app", true}, {"X.APP", true}, {"..app", true}, {"a/b.app", false},
+        {std::string("x\0.app", 6), false}, {"..", false}, {std::string(251, 'a') + ".app", true},
+        {std::string(252, 'a') + ".app", false}, {std::string(200, 'a') + std::string(60, 'e') + ".app", false},
+        {"X.app 1-02-03", true}, {"X.app 12-34-56-789", true}, {"X.app 123-34-56", false}, {"X.app 1-2-3", false},
+        {"X.app 12-34-56-", false}, {"X.app 12-34-56 ", false},
         {"X.APP 12-34-56", false},  // the pattern is case-sensitive; the suffix rule is not
         {"X.app 12-34-56\n", true},  // the pattern's "$" allows one final line break
         {"X.app \u0661\u0662-34-56", true},  // "\d" is any decimal digit
@@ -294,8 +240,7 @@ TEST(Validate, LinuxAdditions) {
         {op::RemovePath{"/home/u/rootfile"}, user, R::pathNotAllowed},
         {op::RemovePath{"/var/cache/app/blob"}, user, R::pathNotAllowed},
         {op::RemovePath{"/tmp/rootfile"}, user, R::pathNotAllowed},
-        {op::RemovePath{"/var/cache/mine"}, user, std::nullopt},
-        {op::RemovePath{"/tmp/mine"}, user, std::nullopt},
+        {op::RemovePath{"/var/cache/mine"}, user, std::nullopt}, {op::RemovePath{"/tmp/mine"}, user, std::nullopt},
         {op::RemovePath{"/home/u/file"}, user, std::nullopt},
         {op::RemovePath{"/home/u/.config/autostart"}, user, R::pathNotAllowed},
         {op::MoveAside{"/etc/shadow", "/home/u/shadow", user}, user, R::pathNotAllowed},
@@ -353,46 +298,30 @@ TEST(PathRules, Persistence) {
         const char* home;
         bool expected;
     } cases[] = {
-        {"/private/etc/sudoers", "", true},
-        {"/etc/sudoers.d/", "", true},
-        {"/etc/sudoers.d/x", "", true},
-        {"/etc/sudoersx", "", false},
-        {"/Users/a/Library/LaunchAgents/x", "", true},
-        {"/Users/z/Library/LaunchDaemons", "", true},
-        {"/Users/z/Library/LaunchAgentsX", "", false},
+        {"/private/etc/sudoers", "", true}, {"/etc/sudoers.d/", "", true}, {"/etc/sudoers.d/x", "", true},
+        {"/etc/sudoersx", "", false}, {"/Users/a/Library/LaunchAgents/x", "", true},
+        {"/Users/z/Library/LaunchDaemons", "", true}, {"/Users/z/Library/LaunchAgentsX", "", false},
         {"/Users//Library/LaunchAgents", "", false},
-        {"/Users/a/Library/LaunchAgents\n", "", true},
-        {"/home/a/Library/LaunchAgents/x", "", false},
+        {"/Users/a/Library/LaunchAgents\n", "", true}, {"/home/a/Library/LaunchAgents/x", "", false},
         {"/home/a/Library/LaunchAgents/x", "/home/a", true},
         {"/library/launchdaemons/x", "", false},  // byte-exact
-        {"/System/Library/User Template/x", "", true},
-        {"/Library/Preferences/com.apple.loginwindow.plist", "", true},
-        {"/var/root/.ssh", "", true},
-        {"/private/var/at/tabs", "", true},
-        {"/Library/Application Support", "", false},
+        {"/System/Library/User Template/x", "", true}, {"/Library/Preferences/com.apple.loginwindow.plist", "", true},
+        {"/var/root/.ssh", "", true}, {"/private/var/at/tabs", "", true}, {"/Library/Application Support", "", false},
         {"/", "", false},
     };
     for (const auto& c : cases) EXPECT_EQ(isPersistenceLocation(c.path, c.home, RuleSet::macOS), c.expected) << c.path;
 
     // Linux adds its start-up places and knows homes under /home/ and /root.
     Case linux[] = {
-        {"/etc/cron.d/x", "", true},
-        {"/private/etc/ld.so.preload", "", true},
-        {"/etc", "", true},
-        {"/etcetera", "", false},
-        {"/var/spool/cron/crontabs/u", "", true},
-        {"/usr/lib/systemd/system/x.service", "", true},
-        {"/lib/systemd/system", "", true},
-        {"/home/a/Library/LaunchAgents/x", "", true},
-        {"/home/b/.config/autostart/x.desktop", "", true},
-        {"/home/b/.config/systemd/user/x.service", "", true},
-        {"/Users/b/.config/systemd", "", true},
+        {"/etc/cron.d/x", "", true}, {"/private/etc/ld.so.preload", "", true}, {"/etc", "", true},
+        {"/etcetera", "", false}, {"/var/spool/cron/crontabs/u", "", true},
+        {"/usr/lib/systemd/system/x.service", "", true}, {"/lib/systemd/system", "", true},
+        {"/home/a/Library/LaunchAgents/x", "", true}, {"/home/b/.config/autostart/x.desktop", "", true},
+        {"/home/b/.config/systemd/user/x.service", "", true}, {"/Users/b/.config/systemd", "", true},
         {"/root/.config/autostart", "", true},
         {"/srv/u/.config/autostart/x", "/srv/u", true},  // the caller's own home, wherever it is
-        {"/srv/u/.config/autostartx", "/srv/u", false},
-        {"/home/b/.config/other", "", false},
-        {"/home/.config/systemd", "", false},
-        {"/var/spool/mail", "", false},
+        {"/srv/u/.config/autostartx", "/srv/u", false}, {"/home/b/.config/other", "", false},
+        {"/home/.config/systemd", "", false}, {"/var/spool/mail", "", false},
     };
     for (const auto& c : linux)
         EXPECT_EQ(isPersistenceLocation(c.path, c.home, RuleSet::withLinuxAdditions), c.expected) << c.path;
@@ -429,17 +358,12 @@ TEST(PathRules, CanonicalLaunchItemsAndForeignHomes) {
         const char* out;
     } canon[] = {
         {"/System/Volumes/Data//Users/a/", "/Users/a"},
-        {"/tmp", "/private/tmp"},
-        {"/", "/"},
+        {"/tmp", "/private/tmp"}, {"/", "/"},
         {"//", "/"},
-        {"/System/Volumes/Data", "/"},
-        {"/System/Volumes/Data/", "/"},
-        {"/System/Volumes/Data/tmp/x", "/private/tmp/x"},
-        {"/System/Volumes/DataX", "/System/Volumes/DataX"},
+        {"/System/Volumes/Data", "/"}, {"/System/Volumes/Data/", "/"},
+        {"/System/Volumes/Data/tmp/x", "/private/tmp/x"}, {"/System/Volumes/DataX", "/System/Volumes/DataX"},
         {"/var///folders//", "/private/var/folders"},
-        {"/etcetera", "/etcetera"},
-        {"/private/tmp", "/private/tmp"},
-        {"", ""},
+        {"/etcetera", "/etcetera"}, {"/private/tmp", "/private/tmp"}, {"", ""},
         {"a//b/", "a/b"},
     };
     for (const auto& c : canon) EXPECT_EQ(canonicalPathForComparison(c.in), c.out) << c.in;
@@ -450,15 +374,11 @@ TEST(PathRules, CanonicalLaunchItemsAndForeignHomes) {
     } launch[] = {
         {"/Library/LaunchDaemons/com.vendor.d.plist", true},
         {"/Library/LaunchAgents/x.plist.disabled-by-orvane", true},
-        {"/Library/LaunchDaemons/com.apple.d.plist", false},
-        {"/Library/LaunchDaemons/x.txt", false},
-        {"/Library/LaunchDaemons/.plist", true},
-        {"/Library/LaunchDaemons/", false},
+        {"/Library/LaunchDaemons/com.apple.d.plist", false}, {"/Library/LaunchDaemons/x.txt", false},
+        {"/Library/LaunchDaemons/.plist", true}, {"/Library/LaunchDaemons/", false},
         {"/Library/LaunchDaemons//x.plist", false},
-        {"/Library/LaunchDaemons/x.plist/", false},
-        {"/Library/LaunchDaemons/sub/x.plist", false},
-        {"/System/Library/LaunchDaemons/x.plist", false},
-        {"/Users/a/Library/LaunchAgents/x.plist", false},
+        {"/Library/LaunchDaemons/x.plist/", false}, {"/Library/LaunchDaemons/sub/x.plist", false},
+        {"/System/Library/LaunchDaemons/x.plist", false}, {"/Users/a/Library/LaunchAgents/x.plist", false},
         {"/Library/LaunchDaemons/../LaunchDaemons/x.plist", false},
     };
     for (const auto& c : launch) EXPECT_EQ(systemLaunchItemPathAllowed(c.path), c.ok) << c.path;
@@ -492,20 +412,12 @@ TEST(PathRules, AssertDeletable) {
         const char* home;
         bool ok;
     } cases[] = {
-        {"/Foo", "/Users/a", false},
-        {"/Users/a/b", "/Users/a/b/c", false},
-        {"/Users/a/b/", "/Users/a/b/c", false},
-        {"/Users/a/b", "/Users/a/bc", true},
-        {"/Volumes/Drive", "/Users/a", false},
-        {"/Volumes/Drive/", "/Users/a", false},
-        {"/Volumes/Drive/data", "/Users/a", true},
+        {"/Foo", "/Users/a", false}, {"/Users/a/b", "/Users/a/b/c", false}, {"/Users/a/b/", "/Users/a/b/c", false},
+        {"/Users/a/b", "/Users/a/bc", true}, {"/Volumes/Drive", "/Users/a", false},
+        {"/Volumes/Drive/", "/Users/a", false}, {"/Volumes/Drive/data", "/Users/a", true},
         {"/Volumes/Nothing", "/Users/a", true},  // absent: not protected for being a mount
-        {"/Users/a/x/../../a", "/Users/a", false},
-        {"/usr", "/Users/a", false},
-        {"/Network", "/Users/a", false},
-        {"relative/x", "/Users/a", false},
-        {"/", "/Users/a", false},
-        {"/a/b", "/Users/a", true},
+        {"/Users/a/x/../../a", "/Users/a", false}, {"/usr", "/Users/a", false}, {"/Network", "/Users/a", false},
+        {"relative/x", "/Users/a", false}, {"/", "/Users/a", false}, {"/a/b", "/Users/a", true},
     };
     for (const auto& c : cases) EXPECT_EQ(assertDeletable(c.path, c.home, disk), c.ok) << c.path;
 }
@@ -552,13 +464,11 @@ TEST(Batch, EarlierStepsVacateLaterDestinations) {
 class RealDisk : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = temp_.path();
-        fs::create_directories(root_ + "/real/inner");
-        std::ofstream(root_ + "/real/inner/file") << "x";
+        temp_.write("real/inner/file");
         fs::create_directory_symlink(root_ + "/real", root_ + "/link");
     }
     orvane::testing::TempDir temp_;
-    std::string root_;
+    std::string root_ = temp_.path();
 };
 
 TEST_F(RealDisk, SymlinksOnTheWay) {

@@ -1,50 +1,28 @@
 #include "core/safety/clear_outcome.hpp"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
+
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 namespace {
 
-namespace fs = std::filesystem;
-
-class ClearAccessTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/orvane-clear-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
-        fs::create_directories(dir_ + "/mine");
-    }
-    void TearDown() override {
-        ::chmod((dir_ + "/mine").c_str(), 0755);
-        fs::remove_all(dir_);
-    }
-    std::string dir_;
-};
-
-TEST_F(ClearAccessTest, OwnerAndWritability) {
-    EXPECT_EQ(clearAccess(dir_ + "/missing"), ClearAccess::missing);
-    EXPECT_EQ(clearAccess(dir_ + "/mine"), ClearAccess::ours);
-    fs::create_directory_symlink(dir_ + "/nowhere", dir_ + "/dangling");
+TEST(ClearAccess, OwnerAndWritability) {
+    const testing::TempDir d;
+    const std::string mine = d.mkdir("mine");
+    EXPECT_EQ(clearAccess(d / "missing"), ClearAccess::missing);
+    EXPECT_EQ(clearAccess(mine), ClearAccess::ours);
+    std::filesystem::create_directory_symlink(d / "nowhere", d / "dangling");
     // lstat finds the link; access follows it and finds nothing to write to.
-    EXPECT_EQ(clearAccess(dir_ + "/dangling"), ClearAccess::needsAdministrator);
-}
-
-TEST_F(ClearAccessTest, SomeoneElsesFolderNeedsTheAdministrator) {
-    if (::getuid() != 0) GTEST_SKIP() << "giving a folder to another user needs root";
-    ASSERT_EQ(::chown((dir_ + "/mine").c_str(), 4321, 4321), 0);
-    EXPECT_EQ(clearAccess(dir_ + "/mine"), ClearAccess::needsAdministrator);
-}
-
-TEST_F(ClearAccessTest, OwnButNotWritableNeedsTheAdministrator) {
-    if (::getuid() == 0) GTEST_SKIP() << "root may write to any folder, so this cannot be shown as root";
-    ASSERT_EQ(::chmod((dir_ + "/mine").c_str(), 0555), 0);
-    EXPECT_EQ(clearAccess(dir_ + "/mine"), ClearAccess::needsAdministrator);
+    EXPECT_EQ(clearAccess(d / "dangling"), ClearAccess::needsAdministrator);
+    // Root may write anywhere, so it can only show someone else's folder; anyone else, only an unwritable own one.
+    if (::getuid() == 0) ASSERT_EQ(::chown(mine.c_str(), 4321, 4321), 0);
+    else ASSERT_EQ(::chmod(mine.c_str(), 0555), 0);
+    EXPECT_EQ(clearAccess(mine), ClearAccess::needsAdministrator);
 }
 
 TEST(ClearOutcome, EveryRow) {

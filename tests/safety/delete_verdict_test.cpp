@@ -26,27 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 using V = DeleteVerdict;
 
-TEST(RefusalTexts, Verbatim) {
-    EXPECT_EQ(kProtectedRefusal,
-              "protected location — a system root, a mount root, your home folder or an ancestor of it");
-    EXPECT_EQ(kViaShortcutRefusal,
-              "the path leads through a shortcut, so the real data lives somewhere else — usually an external drive");
-    EXPECT_EQ(kIsShortcutRefusal, "this is a shortcut, not a folder — clearing it would empty whatever it points at");
-    EXPECT_EQ(kNotOnDiskRefusal,
-              "not a file on disk — this row describes a system record, not something that can be removed");
-    EXPECT_EQ(kProjectItselfRefusal,
-              "this is a project you're building, not spare space — Velloran Orvane doesn't delete source trees. "
-              "Its rebuildable parts (build folders, venvs, node_modules) are offered separately, and they are "
-              "where the space actually is.");
-    EXPECT_EQ(holdsProjectRefusal("app"),
-              "it holds a project you're building (app), and Velloran Orvane doesn't delete source trees. Their "
-              "rebuildable parts are offered separately, and that is where the space actually is.");
-    EXPECT_EQ(vendorCacheRefusal("npm"),
-              "this is npm's own cache, and it holds package manifests, so removing the folder wholesale isn't "
-              "safe. Use the npm janitor instead — My Clutter › Janitors runs npm's own cleanup, which empties it "
-              "properly");
-}
-
 // A home of its own with projects, caches and links in it.
 class VerdictTree : public testing::HomeOverride {
 protected:
@@ -103,12 +82,9 @@ TEST_F(VerdictTree, PrecedenceOfTheRules) {
         {at("work/app"), false, false, false, V::refuse(kProjectItselfRefusal)},
         {at("work"), false, false, false, V::refuse(holdsProjectRefusal("app"))},
         {at("holder"), false, false, false, V::refuse(holdsProjectRefusal("b"))},
-        {at("far"), true, false, false, V::trash()},
-        {at("plain"), false, false, false, V::trash()},
-        {at("plain/notes.txt"), false, false, false, V::trash()},
-        {at("absent"), false, false, false, V::trash()},
-        {at("build"), false, false, false, V::trash()},
-        {at("node_modules"), false, false, false, V::trash()},
+        {at("far"), true, false, false, V::trash()}, {at("plain"), false, false, false, V::trash()},
+        {at("plain/notes.txt"), false, false, false, V::trash()}, {at("absent"), false, false, false, V::trash()},
+        {at("build"), false, false, false, V::trash()}, {at("node_modules"), false, false, false, V::trash()},
         // a home container is judged by its own top level only
         {at("Documents"), false, false, false, V::trash()},
         {at("Documents/thesis"), false, false, false, V::refuse(kProjectItselfRefusal)},
@@ -211,8 +187,7 @@ TEST(RestoreVerdict, CountStrictlySizeLoosely) {
         {4, 5, 100, 100, RestoreVerdict::abort("the copy came out at 4 files against 5 on the drive")},
         {1200, 1201, 0, 0, RestoreVerdict::abort("the copy came out at 1200 files against 1201 on the drive")},
         {5, 5, 49, 100, RestoreVerdict::abort("the copy is 49 bytes against 100 bytes on the drive")},
-        {5, 5, 50, 100, RestoreVerdict::proceed()},
-        {5, 5, 0, 0, RestoreVerdict::proceed()},
+        {5, 5, 50, 100, RestoreVerdict::proceed()}, {5, 5, 0, 0, RestoreVerdict::proceed()},
         {5, 5, 0, -1, RestoreVerdict::proceed()},
         {5, 5, 49, 99, RestoreVerdict::proceed()},  // half by integer division
         {5, 5, 1'000'000, 3'000'000, RestoreVerdict::abort("the copy is 1 MB against 3 MB on the drive")},

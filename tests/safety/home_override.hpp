@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 
 #include "core/common/path.hpp"
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane::testing {
 
@@ -18,24 +17,17 @@ class HomeOverride : public ::testing::Test {
 protected:
     void SetUp() override {
         if (const char* saved = std::getenv("HOME")) saved_ = saved;
-        char pattern[] = "/tmp/orvane-home-XXXXXX";
-        home_ = std::filesystem::canonical(::mkdtemp(pattern)).string();
         ::setenv("HOME", home_.c_str(), 1);
         ASSERT_EQ(home(), home_);
     }
     void TearDown() override {
         if (saved_) ::setenv("HOME", saved_->c_str(), 1);
         else ::unsetenv("HOME");
-        std::filesystem::remove_all(home_);
     }
-    // A file under the home, with its folders.
-    void file(const std::string& relative, const std::string& text = "x") {
-        const std::filesystem::path path = home_ + "/" + relative;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path) << text;
-    }
+    void file(const std::string& relative, const std::string& text = "x") { dir_.write(relative, text); }
 
-    std::string home_;
+    TempDir dir_;
+    std::string home_ = dir_.path();
     std::optional<std::string> saved_;
 };
 

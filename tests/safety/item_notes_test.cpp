@@ -16,9 +16,7 @@ TEST(OffVolumeNote, SummedPerDriveLargestFirst) {
     EXPECT_EQ(offVolumeNote({{"/Volumes//x", 1'000}, {"/Volumes/", 1'000}}, nowhere),
               "2 KB on another drive — not on this Mac");
     EXPECT_EQ(offVolumeNote({{"/Volumes/B/x", 1'000'000},
-                             {"/Volumes/A/y", 1'000'000},
-                             {"/Volumes/Big/z", 3'000'000},
-                             {"/Volumes/B/w", 500'000},
+                             {"/Volumes/A/y", 1'000'000}, {"/Volumes/Big/z", 3'000'000}, {"/Volumes/B/w", 500'000},
                              {"/Volumes/Here/v", 9'000'000}},
                             [](const std::string& p) { return p.starts_with("/Volumes/Here"); }),
               "3 MB on Big, 1.5 MB on B, 1 MB on A — not on this Mac");
@@ -32,15 +30,12 @@ TEST(HoldsActivationData, FragmentsNeedTheirSlashes) {
         bool expected;
     };
     const std::vector<Case> cases = {
-        {"/Library/Application Support/PACE", true},
-        {"/Library/Application Support/PACE/x", true},
-        {"/Users/a/space/x", false},
-        {"/Library/Application Support/iLok License Manager", true},
+        {"/Library/Application Support/PACE", true}, {"/Library/Application Support/PACE/x", true},
+        {"/Users/a/space/x", false}, {"/Library/Application Support/iLok License Manager", true},
         {"/Library/Application Support/Native Instruments/Service Center/x.xml", true},
         {"/Library/Application Support/Waves/Licenses", true},
         {"/Library/Application Support/Plugin Alliance/Licenses", true},
-        {"/Library/Application Support/Waves/Plugins", false},
-        {"/Users/a/Music/Ableton/Live/Unlock", true},
+        {"/Library/Application Support/Waves/Plugins", false}, {"/Users/a/Music/Ableton/Live/Unlock", true},
         {"/Users/a/ableton/live", false},
     };
     for (const auto& c : cases) EXPECT_EQ(holdsActivationData(c.path), c.expected) << c.path;

@@ -34,8 +34,7 @@ TEST(Protection, TheBuiltInTable) {
         const char* path;
         const char* id;  // null: no built-in protection
     } cases[] = {
-        {"/Users/a/.claude/projects/x", "ai-sessions"},
-        {"/Users/a/.claude", "ai-sessions"},
+        {"/Users/a/.claude/projects/x", "ai-sessions"}, {"/Users/a/.claude", "ai-sessions"},
         {"/Users/a/.claude.json", "ai-sessions"},
         {"/Users/a/Library/Application Support/Claude/Code Cache/y", nullptr},  // "Code Cache" lifts it
         {"/Users/a/Library/Application Support/Claude/sub/logs/y", nullptr},
@@ -157,6 +156,7 @@ TEST(Protection, TheListAndItsFile) {
     EXPECT_EQ(list.entries.size(), 1u);
 
     EXPECT_FALSE(ProtectList::decode(R"({"version":2,"entries":[]})"));  // a newer release's list
+    EXPECT_FALSE(ProtectList::decode(R"({"version":4294967297,"entries":[]})"));  // would read as 1 cut to 32 bits
     EXPECT_TRUE(ProtectList::decode(R"({"version":1.0,"entries":[]})"));  // numbers are read by value
     EXPECT_FALSE(ProtectList::decode(R"({"entries":[]})"));
     EXPECT_FALSE(ProtectList::decode(R"({"version":1,"entries":[{"kind":"disk","value":"/","label":"","appFolders":[],"added":0}]})"));

@@ -1,12 +1,11 @@
 #include "core/safety/removal_blocker.hpp"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <set>
+
+#include "tests/support/temp_dir.hpp"
 
 namespace orvane {
 
@@ -37,8 +36,7 @@ TEST(RemovalBlocker, FromGatheredFacts) {
     };
     const std::vector<Case> cases = {
         {"restricted descendant outranks the item's no-unlink",
-         {"/x", kFlagNoUnlink},
-         {{"/x/a", 0}, {"/x/b", kFlagRestricted}},
+         {"/x", kFlagNoUnlink}, {{"/x/a", 0}, {"/x/b", kFlagRestricted}},
          B::systemIntegrityProtection("/x/b")},
         {"item and descendant with no-unlink: the item", {"/x", kFlagNoUnlink}, {{"/x/a", kFlagNoUnlink}},
          B::unlinkProhibited("/x")},
@@ -59,16 +57,10 @@ TEST(RemovalBlocker, FromGatheredFacts) {
 class BlockerWalk : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/orvane-blocker-XXXXXX";
-        dir_ = fs::canonical(mkdtemp(pattern)).string();
-        for (auto f : {"/a/one", "/a/two", "/b/c/d/deep", "/e/x"}) {
-            fs::create_directories(fs::path(dir_ + f).parent_path());
-            std::ofstream(dir_ + f) << "x";
-        }
-        fs::create_directories(dir_ + "/linked/inside");
+        for (auto f : {"a/one", "a/two", "b/c/d/deep", "e/x"}) temp_.write(f);
+        temp_.mkdir("linked/inside");
         fs::create_directory_symlink(dir_ + "/linked", dir_ + "/a/link");
     }
-    void TearDown() override { fs::remove_all(dir_); }
 
     Facts flagged() {
         Facts facts = Facts::real();
@@ -80,7 +72,8 @@ protected:
         };
         return facts;
     }
-    std::string dir_;
+    testing::TempDir temp_;
+    std::string dir_ = temp_.path();
     std::map<std::string, std::uint32_t> flags_;
     std::vector<std::string> asked_;
 };

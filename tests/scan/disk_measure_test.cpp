@@ -27,15 +27,9 @@ std::vector<std::string> captured(const std::string& name) {
 
 class TempTree : public ::testing::Test {
 protected:
-    void SetUp() override {
-        root_ = temp_.path();
-    }
-    void write(const std::string& name, std::size_t bytes) {
-        fs::create_directories(fs::path(root_ + "/" + name).parent_path());
-        std::ofstream(root_ + "/" + name) << std::string(bytes, 'x');
-    }
+    void write(const std::string& name, std::size_t bytes) { temp_.write(name, std::string(bytes, 'x')); }
     orvane::testing::TempDir temp_;
-    std::string root_;
+    std::string root_ = temp_.path();
 };
 
 TEST(DuParsing, BatchLines) {

@@ -40,7 +40,15 @@ public:
 
     const std::string& path() const { return path_; }
     std::string operator/(std::string_view relative) const { return path_ + "/" + std::string(relative); }
-    void write(std::string_view relative, std::string_view text) const { writeFile(*this / relative, text); }
+    // Both return the full path of what they made, with the folders above it.
+    std::string write(std::string_view relative, std::string_view text = "x") const {
+        writeFile(*this / relative, text);
+        return *this / relative;
+    }
+    std::string mkdir(std::string_view relative) const {
+        std::filesystem::create_directories(*this / relative);
+        return *this / relative;
+    }
 
 private:
     std::string path_;
