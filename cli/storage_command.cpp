@@ -68,17 +68,15 @@ void describe(Result& result, const StorageTruth::Reconciliation& r, const Syste
     }
     result.line();
     result.line("System Data, line by line:");
-    Table lines({Table::Align::left, Table::Align::right, Table::Align::left});
     for (const auto& line : systemData.lines) {
         std::string how(rawValue(line.confidence));
         if (line.inScan) how += ", counted by the scan";
         else if (line.overlaps) how += ", overlaps other lines";
-        lines.row({line.label, sizeOrDash(line.bytes), how});
-        lines.note(line.detail);
+        result.line("  " + line.label + ": " + sizeOrDash(line.bytes) + " (" + how + ")");
+        result.line("    " + line.detail);
     }
-    result.add(lines);
-    result.line(systemData.unexplained ? "Unexplained: " + fmtBytes(*systemData.unexplained) + "."
-                                       : "Unexplained: unknown, since the parts add up to more than the disk uses.");
+    result.line(systemData.unexplained ? "  Unexplained: " + fmtBytes(*systemData.unexplained) + "."
+                                       : "  Unexplained: unknown, since the parts add up to more than the disk uses.");
     if (container) {
         result.line();
         result.line("Volumes of the container " + container->reference + " (" + fmtBytes(container->capacity) + ", " +

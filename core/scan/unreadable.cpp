@@ -182,8 +182,10 @@ RefusalSurvey surveyRefusals(const std::string& path, const Facts& facts) {
     for (auto& folder : duMeasure(path, facts).denied)
         if (!isInSkippedCloudRoot(folder, home)) denied.push_back(std::move(folder));
     log.record(denied);
+    const auto underPath = [&path](const std::string& place) { return place == path || isInside(place, path); };
     for (const auto& browser : browserDataFolders(home))
-        if (listingRefused(browser.path, facts) == true && !isInSkippedCloudRoot(browser.path, home))
+        if (underPath(browser.path) && listingRefused(browser.path, facts) == true &&
+            !isInSkippedCloudRoot(browser.path, home))
             log.recordBrowser(browser.name, browser.path);
 
     RefusalSurvey survey;
@@ -191,7 +193,7 @@ RefusalSurvey surveyRefusals(const std::string& path, const Facts& facts) {
     survey.fdaGranted = FDA::granted(facts);
     survey.unreadable = unreadableFolders(survey.refused.paths, survey.refused.browsers, survey.fdaGranted);
     for (auto& root : cloudSkipRoots(home))
-        if (facts.exists(root.path)) survey.skipped.push_back(std::move(root));
+        if (underPath(root.path) && facts.exists(root.path)) survey.skipped.push_back(std::move(root));
     for (const auto& volume : facts.volumes()) {
         if (!isInside(volume.path, path == "/" ? "" : path)) continue;
         survey.skipped.push_back({volume.isLocal ? SkippedLocation::Kind::otherDrive : SkippedLocation::Kind::networkShare,

@@ -123,9 +123,9 @@ nlohmann::ordered_json toJSON(const UnreadableFolder& folder);
 // {"kind","title","path","explanation"}.
 nlohmann::ordered_json toJSON(const SkippedLocation& location);
 
-// What one look at PATH could not read and chose not to enter: the folders du was refused,
-// the browsers' data folders whose listing is refused, less what lies in a cloud root the scan
-// skips; the cloud roots that exist; the drives and shares mounted inside PATH.
+// What one look at PATH could not read and chose not to enter: the folders du was refused and
+// the browsers' data folders under PATH whose listing is refused, less what lies in a cloud root
+// the scan skips; the cloud roots under PATH that exist; the drives and shares mounted inside it.
 struct RefusalSurvey {
     UnreadableLog::Snapshot refused;
     std::vector<UnreadableFolder> unreadable;

@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "core/common/checked.hpp"
 #include "core/common/property_list.hpp"
 
 namespace orvane {
@@ -61,9 +60,11 @@ ContainerVolume volumeFrom(const nlohmann::json& entry) {
 }  // namespace
 
 std::int64_t ContainerReport::siblingBytes() const {
+    // Every entry counts, whatever its sign; but the figures are a tool's, so a sum that cannot be
+    // held is unknown rather than a reason to stop the program.
     std::int64_t sum = 0;
     for (const auto& volume : volumes)
-        if (volume.role != "Data") sum = checkedAdd(sum, volume.bytesInUse);
+        if (volume.role != "Data" && __builtin_add_overflow(sum, volume.bytesInUse, &sum)) return -1;
     return sum;
 }
 

@@ -29,7 +29,7 @@ struct ContainerReport {
     std::vector<ContainerVolume> volumes;  // in diskutil's order
 
     // The bytes of every volume whose role is not exactly "Data", a role-less one included.
-    // Nothing is clamped; an overflow aborts.
+    // Nothing is clamped; a sum that cannot be held is -1 (unknown), since the figures are a tool's.
     std::int64_t siblingBytes() const;
     bool operator==(const ContainerReport&) const = default;
 };

@@ -62,11 +62,16 @@ bool isTMUtilSnapshotDate(std::string_view text) {
     return true;
 }
 
+constexpr std::string_view kDatalessMark = " (dataless)";
+
 std::optional<std::string> snapshotDate(std::string_view line) {
     std::string trimmed = trimWhitespace(line);
     std::string_view rest = trimmed;
     if (!rest.starts_with(kSnapshotPrefix)) return std::nullopt;
     rest.remove_prefix(kSnapshotPrefix.size());
+    // tmutil marks a snapshot whose data macOS has let go as " (dataless)"; it still exists and
+    // still counts, from High Sierra to Sonoma.
+    if (rest.ends_with(kDatalessMark)) rest.remove_suffix(kDatalessMark.size());
     if (rest.ends_with(".local")) rest.remove_suffix(6);
     if (!isTMUtilSnapshotDate(rest)) return std::nullopt;
     return std::string(rest);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/common/byte_counts.hpp"
 #include "core/common/checked.hpp"
 #include "core/common/format.hpp"
 #include "core/scan/unreadable.hpp"
@@ -23,7 +24,7 @@ StorageFact otherVolumesFact(const ContainerReport& report) {
     std::int64_t sum = 0;
     std::string named;
     for (std::size_t i = 0; i < volumes.size(); ++i) {
-        sum = checkedAdd(sum, volumes[i].bytesInUse);
+        sum = addBytesOrUnknown(sum, volumes[i].bytesInUse);  // a sum past any disk is no figure
         if (i >= 4) continue;
         if (!named.empty()) named += ", ";
         named += volumes[i].name + " " + fmtBytes(volumes[i].bytesInUse);

@@ -18,11 +18,11 @@ TEST(LocalSnapshots, DatesOfTheRealListings) {
     const std::pair<std::string, Dates> cases[] = {
         {"listlocalsnapshots-2023-hacktricks.txt", {"2023-05-29-001751"}},
         {"listlocalsnapshots-2025-duplicati6409.txt", {"2025-07-10-054158", "2025-07-11-062316"}},
-        // A name followed by " (dataless)" is not the plain name the listing is read for.
+        // A snapshot marked " (dataless)" still exists.
         {"listlocalsnapshots-sonoma14.4-volumegroup-dataless-superfile126.txt",
-         {"2024-05-10-113226", "2024-05-10-123328", "2024-05-10-133146", "2024-05-10-143817", "2024-05-10-154314",
+         {"2023-09-12-174710", "2024-05-10-113226", "2024-05-10-123328", "2024-05-10-133146", "2024-05-10-143817", "2024-05-10-154314",
           "2024-05-10-155305"}},
-        {"listlocalsnapshots-highsierra-single-line-dataless-SE115868.txt", {}},
+        {"listlocalsnapshots-highsierra-single-line-dataless-SE115868.txt", {"2017-12-23-090037"}},
     };
     for (const auto& [file, dates] : cases) {
         const auto lines = capturedLines("tmutil", file);
@@ -37,6 +37,7 @@ TEST(LocalSnapshots, OneLineGivesADateOnlyInTheExactShape) {
         {"com.apple.TimeMachine.2017-12-23-090037", "2017-12-23-090037"},
         {"Snapshots for disk /:", std::nullopt},
         {"com.apple.TimeMachine.2023-05-29-001751.local.local", std::nullopt},
+        {"com.apple.TimeMachine.2023-05-29-001751 (dataless) (dataless)", std::nullopt},
         {"com.apple.TimeMachine.2023-05-29-00175", std::nullopt},
         {"com.apple.TimeMachine.2023-05-29T001751", std::nullopt},
         {"com.apple.TimeMachine.2023-05-29-00175x", std::nullopt},
