@@ -160,10 +160,12 @@ void addStorageCommand(Registry& registry) {
         "line; the disk's other volumes; and the folders that could not be read. A figure nobody can know is "
         "shown as \"—\", never as zero.",
         [options](const Invocation& in) { return runStorage(*options, in); });
-    command->add_option("PATH", options->path, "A folder on the home's disk to scan (default: the home)");
+    command->add_option("PATH", options->path, "A folder on the home's disk to scan (default: the home)")
+        ->type_name("FOLDER");
     command->add_option("--scanned", options->scanned,
                         "Bytes a scan already itemised: no scan is made (under --replay nothing is scanned, and "
-                        "this is 0 when not given)");
+                        "this is 0 when not given)")
+        ->type_name("BYTES");
 }
 
 }  // namespace orvane::cli
