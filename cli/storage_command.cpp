@@ -1,5 +1,6 @@
 // orvane storage: the home's volume reconciled with what a scan itemised, System Data line by line,
 // the disk's container, and what could not be read. Every figure says how far it can be trusted.
+#include <algorithm>
 #include <map>
 #include <mutex>
 
@@ -115,10 +116,8 @@ Result runStorage(const StorageOptions& options, const Invocation& in) {
         for (const auto& item : dump.items) itemPaths.push_back(item.id);
     }
     auto covered = [&itemPaths](const std::string& path) {
-        for (const auto& item : itemPaths)
-            if (path == item || (path.starts_with(item) && path.size() > item.size() && path[item.size()] == '/'))
-                return true;
-        return false;
+        return std::any_of(itemPaths.begin(), itemPaths.end(),
+                           [&path](const std::string& item) { return isAtOrBelow(path, item); });
     };
 
     in.progress.show("Looking for what could not be read…");

@@ -6,14 +6,6 @@
 #include "core/scan/disk_measure.hpp"
 
 namespace orvane {
-namespace {
-
-bool isInside(const std::string& path, const std::string& folder) {
-    return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
-}  // namespace
-
 void UnreadableLog::record(const std::vector<std::string>& paths) {
     std::lock_guard guard(lock_);
     for (const auto& path : paths)
@@ -85,7 +77,7 @@ std::vector<UnreadableFolder> unreadableFolders(const std::vector<std::string>& 
             folder.browser = exact->second;
         } else {
             for (const auto& [browserPath, name] : browsers) {
-                if (!isInside(path, browserPath)) continue;
+                if (!isAtOrBelow(path, browserPath)) continue;
                 folder.reason = UnreadableReason::browserNeedsFullDiskAccess;
                 folder.browser = name;
                 break;
@@ -123,7 +115,7 @@ std::vector<SkippedLocation> cloudSkipRoots(const std::string& home) {
 
 bool isInSkippedCloudRoot(const std::string& path, const std::string& home) {
     for (const auto& root : cloudSkipRoots(home))
-        if (path == root.path || isInside(path, root.path)) return true;
+        if (isAtOrBelow(path, root.path)) return true;
     return false;
 }
 
@@ -182,9 +174,8 @@ RefusalSurvey surveyRefusals(const std::string& path, const Facts& facts) {
     for (auto& folder : duMeasure(path, facts).denied)
         if (!isInSkippedCloudRoot(folder, home)) denied.push_back(std::move(folder));
     log.record(denied);
-    const auto underPath = [&path](const std::string& place) { return place == path || isInside(place, path); };
     for (const auto& browser : browserDataFolders(home))
-        if (underPath(browser.path) && listingRefused(browser.path, facts) == true &&
+        if (isAtOrBelow(browser.path, path) && listingRefused(browser.path, facts) == true &&
             !isInSkippedCloudRoot(browser.path, home))
             log.recordBrowser(browser.name, browser.path);
 
@@ -193,9 +184,9 @@ RefusalSurvey surveyRefusals(const std::string& path, const Facts& facts) {
     survey.fdaGranted = FDA::granted(facts);
     survey.unreadable = unreadableFolders(survey.refused.paths, survey.refused.browsers, survey.fdaGranted);
     for (auto& root : cloudSkipRoots(home))
-        if (underPath(root.path) && facts.exists(root.path)) survey.skipped.push_back(std::move(root));
+        if (isAtOrBelow(root.path, path) && facts.exists(root.path)) survey.skipped.push_back(std::move(root));
     for (const auto& volume : facts.volumes()) {
-        if (!isInside(volume.path, path == "/" ? "" : path)) continue;
+        if (volume.path == path || !isAtOrBelow(volume.path, path)) continue;
         survey.skipped.push_back({volume.isLocal ? SkippedLocation::Kind::otherDrive : SkippedLocation::Kind::networkShare,
                                   volume.name.empty() ? lastPathComponent(volume.path) : volume.name, volume.path});
     }

@@ -68,6 +68,13 @@ std::int64_t ContainerReport::siblingBytes() const {
     return sum;
 }
 
+std::vector<ContainerVolume> ContainerReport::siblingsInUse() const {
+    std::vector<ContainerVolume> siblings;
+    for (const auto& volume : volumes)
+        if (volume.role != "Data" && volume.bytesInUse > 0) siblings.push_back(volume);
+    return siblings;
+}
+
 std::optional<std::string> containerReference(std::string_view device) {
     const auto slash = device.rfind('/');
     const std::string_view last = slash == std::string_view::npos ? device : device.substr(slash + 1);

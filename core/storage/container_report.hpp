@@ -31,6 +31,9 @@ struct ContainerReport {
     // The bytes of every volume whose role is not exactly "Data", a role-less one included.
     // Nothing is clamped; a sum that cannot be held is -1 (unknown), since the figures are a tool's.
     std::int64_t siblingBytes() const;
+    // The volumes a scan of files cannot reach that hold something: every one but "Data" with
+    // bytes in use, in diskutil's order. What the reports name, one line or one fact each.
+    std::vector<ContainerVolume> siblingsInUse() const;
     bool operator==(const ContainerReport&) const = default;
 };
 

@@ -16,9 +16,7 @@ namespace {
 constexpr double kOpenFilesTimeout = 12;
 
 StorageFact otherVolumesFact(const ContainerReport& report) {
-    std::vector<ContainerVolume> volumes;
-    for (const auto& volume : report.volumes)
-        if (volume.role != "Data" && volume.bytesInUse > 0) volumes.push_back(volume);
+    std::vector<ContainerVolume> volumes = report.siblingsInUse();
     std::stable_sort(volumes.begin(), volumes.end(),
                      [](const ContainerVolume& a, const ContainerVolume& b) { return a.bytesInUse > b.bytesInUse; });
     std::int64_t sum = 0;

@@ -98,8 +98,7 @@ void addVolumeLines(std::vector<SystemDataLine>& lines, const std::function<bool
                     const Facts& facts) {
     const auto report = bootContainerReport(facts);
     if (!report) return;
-    for (const auto& volume : report->volumes) {
-        if (volume.role == "Data" || volume.bytesInUse <= 0) continue;
+    for (const auto& volume : report->siblingsInUse()) {
         auto text = volumeText(volume);
         SystemDataLine line = newLine("vol:" + volume.name, std::move(text.label), volume.bytesInUse);
         line.inScan = covered("container:" + volume.device);

@@ -1,4 +1,5 @@
 #include "core/scan/space_item.hpp"
+#include "tests/scan/item_at.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,13 +12,7 @@ namespace {
 
 using json = nlohmann::json;
 
-SpaceItem at(std::string id, std::int64_t size = 1, std::vector<std::string> extra = {}) {
-    SpaceItem item;
-    item.id = std::move(id);
-    item.extra = std::move(extra);
-    item.sizeBytes = size;
-    return item;
-}
+using testing::at;
 
 SpaceItem fullItem() {
     return SpaceItem{.id = "/Users/a/Downloads/x.dmg",

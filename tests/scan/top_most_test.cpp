@@ -7,17 +7,12 @@
 
 #include "core/common/byte_counts.hpp"
 #include "core/scan/space_item.hpp"
+#include "tests/scan/item_at.hpp"
 
 namespace orvane {
 namespace {
 
-SpaceItem at(std::string id, std::int64_t size = 1, std::vector<std::string> extra = {}) {
-    SpaceItem item;
-    item.id = std::move(id);
-    item.extra = std::move(extra);
-    item.sizeBytes = size;
-    return item;
-}
+using testing::at;
 
 std::vector<std::string> idsOf(const std::vector<SpaceItem>& items) {
     std::vector<std::string> ids;
