@@ -42,6 +42,7 @@ const Facts& Facts::real() {
         f.walkable = platform::walkablePath;
         f.isAdministrator = platform::isAdministrator;
         f.now = [] { return Clock::now(); };
+        f.processPath = platform::processPath;
         const char* tmp = std::getenv("TMPDIR");
         f.temporaryFolder = tmp && *tmp == '/' ? tmp : "/tmp";
         f.lsofTool = kHostLsofTool;

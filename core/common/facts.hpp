@@ -74,6 +74,8 @@ struct Facts {
     // Whether a user may administer the system (only the Linux additions ask).
     std::function<bool(std::uint32_t)> isAdministrator;
     std::function<TimePoint()> now;
+    // The executable of a running process; none on a recorded Mac, which records no processes.
+    std::function<std::optional<std::string>(std::int32_t pid)> processPath;
     // The process's temporary folder, as the system names it to the user.
     std::string temporaryFolder;
     // The program that lists open files; it lives elsewhere on a Mac than on Linux.

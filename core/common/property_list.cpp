@@ -10,8 +10,10 @@
 #include <memory>
 #include <string>
 
+#include "core/common/facts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/json_files.hpp"
+#include "core/common/path.hpp"
 
 namespace orvane {
 namespace {
@@ -123,7 +125,70 @@ bool endsWithClosingTag(std::string_view text) {
     return text.ends_with("</plist>");
 }
 
+plist_t toNode(const nlohmann::json& value, int depth) {
+    if (depth > kMaxDepth) return nullptr;
+    switch (value.type()) {
+        case nlohmann::json::value_t::object: {
+            plist_t dict = plist_new_dict();
+            for (const auto& [key, item] : value.items()) {
+                plist_t node = toNode(item, depth + 1);
+                if (!node) {
+                    plist_free(dict);
+                    return nullptr;
+                }
+                plist_dict_set_item(dict, key.c_str(), node);
+            }
+            return dict;
+        }
+        case nlohmann::json::value_t::array: {
+            plist_t array = plist_new_array();
+            for (const auto& item : value) {
+                plist_t node = toNode(item, depth + 1);
+                if (!node) {
+                    plist_free(array);
+                    return nullptr;
+                }
+                plist_array_append_item(array, node);
+            }
+            return array;
+        }
+        case nlohmann::json::value_t::string: return plist_new_string(value.get_ref<const std::string&>().c_str());
+        case nlohmann::json::value_t::boolean: return plist_new_bool(value.get<bool>() ? 1 : 0);
+        case nlohmann::json::value_t::number_integer: return plist_new_uint(static_cast<std::uint64_t>(value.get<std::int64_t>()));
+        case nlohmann::json::value_t::number_unsigned: return plist_new_uint(value.get<std::uint64_t>());
+        case nlohmann::json::value_t::number_float: return plist_new_real(value.get<double>());
+        default: return nullptr;
+    }
+}
+
 }  // namespace
+
+std::optional<nlohmann::json> readPropertyListDictionary(const std::string& path, const Facts& facts) {
+    const FileRead read = facts.read(path, kMaxPropertyListFileBytes);
+    if (!read.bytes) return std::nullopt;
+    auto value = parsePropertyList(*read.bytes);
+    if (!value || !value->is_object()) return std::nullopt;
+    return value;
+}
+
+std::string bundleIdentifier(const std::string& bundle, const Facts& facts) {
+    auto info = readPropertyListDictionary(appendingPathComponent(bundle, "Contents/Info.plist"), facts);
+    if (!info) return {};
+    auto id = info->find("CFBundleIdentifier");
+    return id != info->end() && id->is_string() ? id->get<std::string>() : std::string();
+}
+
+std::optional<std::string> xmlPropertyList(const nlohmann::json& value) {
+    std::unique_ptr<void, PlistFree> root(toNode(value, 0));
+    if (!root) return std::nullopt;
+    char* xml = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(static_cast<plist_t>(root.get()), &xml, &length);
+    if (!xml) return std::nullopt;
+    std::string text(xml, length);
+    plist_to_xml_free(xml);
+    return text;
+}
 
 std::optional<nlohmann::json> parsePropertyList(std::string_view bytes) {
     if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;

@@ -4,7 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace orvane {
@@ -20,5 +22,21 @@ namespace orvane {
 // a date is ISO 8601 in UTC with whole seconds ("2024-05-10T11:32:26Z"), data is Base64 as an
 // XML property list writes it, and a keyed archiver's UID is {"CF$UID": n}.
 std::optional<nlohmann::json> parsePropertyList(std::string_view bytes);
+
+struct Facts;
+
+// Launch plists and Info.plists are small; a larger file in their place is not one.
+inline constexpr std::uint64_t kMaxPropertyListFileBytes = 8 << 20;
+
+// The dictionary a property-list file holds, read through `facts` (no final link followed, a FIFO
+// answered at once); none for anything else: missing, unreadable, damaged, or not a dictionary.
+std::optional<nlohmann::json> readPropertyListDictionary(const std::string& path, const Facts& facts);
+
+// A bundle's "CFBundleIdentifier" from its Contents/Info.plist; "" when it cannot be read.
+std::string bundleIdentifier(const std::string& bundle, const Facts& facts);
+
+// A JSON value written as an XML property list: objects, arrays, strings, booleans and numbers
+// (integers stay integers). None for null or anything libplist refuses.
+std::optional<std::string> xmlPropertyList(const nlohmann::json& value);
 
 }  // namespace orvane

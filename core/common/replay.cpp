@@ -289,6 +289,7 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
     f.walkable = [](std::string_view path) { return std::string(path); };  // a Mac has /private
     f.isAdministrator = [](std::uint32_t) { return false; };
     f.now = [recording] { return recording->now.value_or(Clock::now()); };
+    f.processPath = [](std::int32_t) { return std::optional<std::string>(); };
     return f;
 }
 

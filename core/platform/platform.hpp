@@ -128,4 +128,8 @@ std::vector<std::string> extraToolFolders(std::string_view home);
 // is "/". No trailing "/".
 std::string userTempRoot();
 
+// The executable of a running process (proc_pidpath on macOS, /proc/<pid>/exe on Linux); none
+// when it cannot be read.
+std::optional<std::string> processPath(std::int32_t pid);
+
 }  // namespace orvane::platform

@@ -115,4 +115,10 @@ std::string userTempRoot() {
     return slash == 0 || slash == std::string::npos ? std::string(1, '/') : dir.substr(0, slash);
 }
 
+std::optional<std::string> processPath(std::int32_t pid) {
+    char buffer[4096] = {};
+    if (proc_pidpath(pid, buffer, sizeof buffer) < 1) return std::nullopt;
+    return std::string(buffer);
+}
+
 }  // namespace orvane::platform

@@ -151,4 +151,13 @@ std::string userTempRoot() {
     return dir;
 }
 
+std::optional<std::string> processPath(std::int32_t pid) {
+    if (pid <= 0) return std::nullopt;
+    char buffer[4096] = {};
+    const std::string link = "/proc/" + std::to_string(pid) + "/exe";
+    const ssize_t length = ::readlink(link.c_str(), buffer, sizeof buffer - 1);
+    if (length < 1) return std::nullopt;
+    return std::string(buffer, static_cast<std::size_t>(length));
+}
+
 }  // namespace orvane::platform

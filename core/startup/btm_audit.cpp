@@ -1,0 +1,1 @@
+#include "core/startup/btm_audit.hpp"

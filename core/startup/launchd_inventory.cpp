@@ -1,0 +1,1 @@
+#include "core/startup/launchd_inventory.hpp"

@@ -1,0 +1,1 @@
+#include "core/startup/startup_owner.hpp"

@@ -1,0 +1,3 @@
+#include "core/startup/btm_audit.hpp"
+
+#include <gtest/gtest.h>

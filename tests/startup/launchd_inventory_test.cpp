@@ -1,0 +1,3 @@
+#include "core/startup/launchd_inventory.hpp"
+
+#include <gtest/gtest.h>

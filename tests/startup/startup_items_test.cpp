@@ -1,0 +1,3 @@
+#include "core/startup/startup_items.hpp"
+
+#include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "core/startup/startup_owner.hpp"
+
+#include <gtest/gtest.h>
