@@ -113,5 +113,6 @@ void addLedgerCommands(Registry& registry);
 void addProtectCommands(Registry& registry);
 void addUnreadableCommand(Registry& registry);
 void addStorageCommand(Registry& registry);
+void addStartupCommand(Registry& registry);
 
 }  // namespace orvane::cli

@@ -7,6 +7,7 @@ void registerCommands(Registry& registry) {
     addScanCommand(registry);
     addDuCommand(registry);
     addStorageCommand(registry);
+    addStartupCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

@@ -10,6 +10,11 @@
 
 namespace orvane {
 
+// What a switched-off launch item's property list carries after its name
+// ("x.plist.disabled-by-orvane"): launchd no longer loads it, and taking it off puts the item back
+// exactly. The daemon and the front end rename with this one suffix.
+inline constexpr std::string_view disabledAgentSuffix = ".disabled-by-orvane";
+
 // The form in which two spellings of one place compare equal, without touching the disk:
 // "/System/Volumes/Data//Users/a/" gives "/Users/a", "/tmp" gives "/private/tmp".
 std::string canonicalPathForComparison(std::string_view path);

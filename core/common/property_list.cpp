@@ -178,16 +178,18 @@ std::string bundleIdentifier(const std::string& bundle, const Facts& facts) {
     return id != info->end() && id->is_string() ? id->get<std::string>() : std::string();
 }
 
-std::optional<std::string> xmlPropertyList(const nlohmann::json& value) {
+std::optional<std::string> propertyListData(const nlohmann::json& value, PropertyListFormat format) {
     std::unique_ptr<void, PlistFree> root(toNode(value, 0));
     if (!root) return std::nullopt;
-    char* xml = nullptr;
+    char* bytes = nullptr;
     std::uint32_t length = 0;
-    plist_to_xml(static_cast<plist_t>(root.get()), &xml, &length);
-    if (!xml) return std::nullopt;
-    std::string text(xml, length);
-    plist_to_xml_free(xml);
-    return text;
+    if (format == PropertyListFormat::xml) plist_to_xml(static_cast<plist_t>(root.get()), &bytes, &length);
+    else plist_to_bin(static_cast<plist_t>(root.get()), &bytes, &length);
+    if (!bytes) return std::nullopt;
+    std::string data(bytes, length);
+    if (format == PropertyListFormat::xml) plist_to_xml_free(bytes);
+    else plist_to_bin_free(bytes);
+    return data;
 }
 
 std::optional<nlohmann::json> parsePropertyList(std::string_view bytes) {

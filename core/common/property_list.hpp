@@ -35,8 +35,9 @@ std::optional<nlohmann::json> readPropertyListDictionary(const std::string& path
 // A bundle's "CFBundleIdentifier" from its Contents/Info.plist; "" when it cannot be read.
 std::string bundleIdentifier(const std::string& bundle, const Facts& facts);
 
-// A JSON value written as an XML property list: objects, arrays, strings, booleans and numbers
+enum class PropertyListFormat { xml, binary };
+// A JSON value written as a property list: objects, arrays, strings, booleans and numbers
 // (integers stay integers). None for null or anything libplist refuses.
-std::optional<std::string> xmlPropertyList(const nlohmann::json& value);
+std::optional<std::string> propertyListData(const nlohmann::json& value, PropertyListFormat format);
 
 }  // namespace orvane

@@ -12,6 +12,7 @@
 
 #include "core/common/ov_error.hpp"
 #include "core/common/path.hpp"
+#include "core/common/path_rules.hpp"
 #include "core/privileged/protocol.hpp"
 #include "core/common/facts.hpp"
 
@@ -27,7 +28,6 @@ inline constexpr int kFileErrorCode = 1;
 inline constexpr int kToolErrorCode = 2;
 inline constexpr int kDumpErrorCode = 3;
 
-inline constexpr std::string_view disabledAgentSuffix = ".disabled-by-orvane";
 inline constexpr const char* kLaunchTool = "/bin/launchctl";
 inline constexpr const char* kSnapshotTool = "/usr/bin/tmutil";
 inline constexpr const char* kMemoryTool = "/usr/sbin/purge";

@@ -206,13 +206,13 @@ std::optional<Refusal> validateCase(const op::SetLaunchItemEnabled& c, const std
                                     std::optional<std::uint32_t>, const Facts& facts) {
     if (!wellFormed(c.path)) return Refusal::notAbsolutePath;
     if (!systemLaunchItemPathAllowed(c.path)) return Refusal::pathNotAllowed;
-    const bool carriesSuffix = std::string_view(c.path).ends_with(kDisabledSuffix);
+    const bool carriesSuffix = std::string_view(c.path).ends_with(disabledAgentSuffix);
     if (carriesSuffix != c.enabled) return Refusal::pathNotAllowed;
     if (isSymlinkPath(c.path, facts)) return Refusal::pathTraversesSymlink;
     if (pathTraversesSymlink(c.path, facts)) return Refusal::pathTraversesSymlink;
     if (!existsAt(c.path, facts)) return Refusal::sourceMissing;
-    const std::string renamed = c.enabled ? c.path.substr(0, c.path.size() - kDisabledSuffix.size())
-                                          : c.path + std::string(kDisabledSuffix);
+    const std::string renamed = c.enabled ? c.path.substr(0, c.path.size() - disabledAgentSuffix.size())
+                                          : c.path + std::string(disabledAgentSuffix);
     if (existsAt(renamed, facts)) return Refusal::destinationOccupied;
     return std::nullopt;
 }

@@ -53,7 +53,4 @@ bool inCallerDomain(std::string_view path, std::string_view home,
 bool inForeignHome(std::string_view path, std::string_view home,
                    std::optional<std::uint32_t> caller, const Facts& facts = Facts::real());
 
-// The suffix a switched-off launch item carries.
-inline constexpr std::string_view kDisabledSuffix = ".disabled-by-orvane";
-
 }  // namespace orvane
