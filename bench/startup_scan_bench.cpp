@@ -1,12 +1,22 @@
-// The startup scans' costs on a Mac with far more registered items than most have.
+// The startup scans' costs on a Mac with far more registered items than most have: the
+// background-task dump, and the startup page over 1,000 launch plists against a bare listing and
+// libplist parse of the same folder.
 #include <benchmark/benchmark.h>
+#include <plist/plist.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
 
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "core/common/tool_runner.hpp"
+#include "core/common/property_list.hpp"
 #include "core/startup/btm_audit.hpp"
+#include "core/startup/startup_items.hpp"
 
 namespace {
 
@@ -84,6 +94,75 @@ void BM_AssessBTMDump(benchmark::State& state) {
     state.counters["unjudged"] = assessment.unjudged;
 }
 BENCHMARK(BM_AssessBTMDump)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+// ---- The startup page over a folder of launch plists ----
+
+namespace {
+
+// A home whose ~/Library/LaunchAgents holds 1,000 third-party plists, every other one binary;
+// removed when the program ends.
+struct LaunchAgentsHome {
+    std::string dir;
+    LaunchAgentsHome() {
+        std::string pattern = "/var/tmp/orvane-startup-bench-XXXXXX";
+        dir = ::mkdtemp(pattern.data());
+        const std::string agents = dir + "/Library/LaunchAgents";
+        std::filesystem::create_directories(agents);
+        for (int i = 0; i < 1000; ++i) {
+            const std::string label = "com.vendor" + std::to_string(i % 37) + ".agent" + std::to_string(i);
+            const nlohmann::json plist = {
+                {"Label", label},
+                {"ProgramArguments", {"/Applications/App" + std::to_string(i % 37) + ".app/Contents/MacOS/agent", "-x"}},
+                {"RunAtLoad", true},
+                {"StartInterval", 3600},
+            };
+            const auto format = i % 2 ? orvane::PropertyListFormat::binary : orvane::PropertyListFormat::xml;
+            std::ofstream(agents + "/" + label + ".plist", std::ios::binary) << *orvane::propertyListData(plist, format);
+        }
+    }
+    ~LaunchAgentsHome() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+};
+
+const std::string& launchAgentsHome() {
+    static const LaunchAgentsHome home;
+    return home.dir;
+}
+
+// The floor: list the folder and parse every plist with libplist, nothing else.
+void BM_ListAndParsePlists(benchmark::State& state) {
+    const std::string agents = launchAgentsHome() + "/Library/LaunchAgents";
+    for (auto _ : state) {
+        std::size_t parsed = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(agents)) {
+            std::ifstream in(entry.path(), std::ios::binary);
+            const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+            plist_t root = nullptr;
+            plist_from_memory(bytes.c_str(), static_cast<std::uint32_t>(bytes.size()), &root);
+            if (root) ++parsed;
+            plist_free(root);
+        }
+        benchmark::DoNotOptimize(parsed);
+    }
+    state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(BM_ListAndParsePlists)->Unit(benchmark::kMillisecond);
+
+void BM_ScanStartupItems(benchmark::State& state) {
+    const std::string home = launchAgentsHome();
+    const std::vector<orvane::AppRef> apps = {{"/Applications/App3.app", "App3", "com.vendor3.app"}};
+    for (auto _ : state) {
+        auto items = orvane::scanStartupItems(apps, home);
+        if (items.size() != 1000) state.SkipWithError("the page lost items");
+        benchmark::DoNotOptimize(items);
+    }
+    state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(BM_ScanStartupItems)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
