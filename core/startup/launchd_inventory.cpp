@@ -263,7 +263,8 @@ std::vector<RegisteredBackgroundItem> registeredItems(const std::vector<AppRef>&
     std::vector<RegisteredBackgroundItem> items;
     for (const auto domain : domains) {
         const std::string target = domainTarget(domain, uid);
-        const auto listed = facts.run(kLaunchctlTool, {"print", target}, kListDomainTimeout, false, ToolErrors::discarded);
+        const auto listed =
+            facts.run(kLaunchctlTool, {"print", target}, kListDomainTimeout, false, ToolErrors::discarded);
         for (const auto& row : parseLaunchctlServiceList(joinedLines(listed.lines))) {
             if (!isThirdPartyLabel(row.label, own)) continue;
             const auto printed = facts.run(kLaunchctlTool, {"print", target + "/" + row.label}, kOneJobTimeout, false,
