@@ -81,7 +81,7 @@ struct StartupOwner {
 // {"appGone":{"appPath":…}}, {"appInTrash":{"appPath":…}}, {"registeredAppMissing":{"bundleID":…}},
 // {"programMissing":{"_0":…}}, {"unknown":{}}.
 nlohmann::ordered_json toJSON(const StartupOwner& owner);
-// One phrase for a person: "Foo (inside the app)", "gone: /Applications/Foo.app", ….
+// One phrase for a person: "Foo", "its app is gone (/Applications/Foo.app)", "unknown", ….
 std::string describe(const StartupOwner& owner);
 
 struct EmbeddedBackgroundItem {
