@@ -53,7 +53,7 @@ Result runList(const Invocation& in) {
     if (items.empty()) {
         result.line("No third-party item starts at login or at boot.");
     } else {
-        result.line(counted(items.size(), "item") + " start at login or at boot:");
+        result.line(counted(items.size(), "item") + (items.size() == 1 ? " starts" : " start") + " at login or at boot:");
         Table table({Table::Align::left, Table::Align::left, Table::Align::left, Table::Align::left, Table::Align::left});
         for (const auto& item : items)
             table.row({item.enabled ? "on" : "off", scopeCell(item.scope), item.label, ownerCell(item), item.path});
@@ -86,7 +86,7 @@ std::vector<T> named(const std::vector<T>& candidates, const std::string& id,
 }
 
 template <typename T>
-const T& theOne(const std::vector<T>& found, const std::string& id, std::string_view what) {
+T theOne(const std::vector<T>& found, const std::string& id, std::string_view what) {
     if (found.empty())
         throw OVError("No " + std::string(what) + " is called " + id + "; orvane startup lists them by path and label.");
     if (found.size() > 1) {
@@ -116,7 +116,7 @@ Result runOff(const StartupOptions& options, const Invocation& in) {
     const Facts& facts = in.facts;
     const auto items = scanStartupItems(installedApps(facts).apps, facts.home(""), facts);
     const std::string typed = absolutePath(options.id);
-    const StartupItem& item = theOne<StartupItem>(
+    const StartupItem item = theOne<StartupItem>(
         named<StartupItem>(items, options.id, [&](const StartupItem& i) { return i.path == typed; }), options.id,
         "startup item");
     Result refused;
@@ -158,7 +158,7 @@ Result runOn(const StartupOptions& options, const Invocation& in) {
     const Facts& facts = in.facts;
     const auto agents = disabledAgents(launchFolders(facts), facts);
     const std::string typed = absolutePath(options.id);
-    const DisabledAgent& agent = theOne<DisabledAgent>(
+    const DisabledAgent agent = theOne<DisabledAgent>(
         named<DisabledAgent>(agents, options.id,
                              [&](const DisabledAgent& a) {
                                  return a.path == typed || a.path == typed + std::string(disabledAgentSuffix);

@@ -111,7 +111,7 @@ TEST(StartupCommand, OffAndOnInARealHome) {
 
     auto o = testing::runOrvane("startup", d.path(), env);
     EXPECT_EQ(o.status, 0) << o.err;
-    EXPECT_NE(o.out.find("on   login  com.example.agent  unknown owner (program missing)  " + plist), std::string::npos)
+    EXPECT_NE(o.out.find("on  login  com.example.agent  unknown owner (program missing)  " + plist), std::string::npos)
         << o.out;
     o = testing::runOrvane(ledger + "startup off com.example.agent", d.path(), env);
     EXPECT_EQ(o.status, 0) << o.err;

@@ -130,7 +130,7 @@ TEST(LaunchdProgram, OrderAndEmpties) {
 TEST(EmbeddedBackgroundItems, ReadsTheBundlesHelpers) {
     testing::TempDir dir;
     const std::string bundle = dir.mkdir("Vendor.app");
-    auto plist = [](const nlohmann::json& value) { return xmlPropertyList(value).value(); };
+    auto plist = [](const nlohmann::json& value) { return propertyListData(value, PropertyListFormat::xml).value(); };
     const std::string library = "Vendor.app/Contents/Library/";
     const std::string helper = dir.mkdir(library + "LoginItems/Helper.app");
     dir.write(library + "LoginItems/Helper.app/Contents/Info.plist",
