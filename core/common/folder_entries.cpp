@@ -15,11 +15,14 @@ std::vector<FolderEntry> drain(DIR* dir) {
         const std::string_view name = e->d_name;
         if (name == "." || name == "..") continue;
         bool folder = e->d_type == DT_DIR;
+        bool link = e->d_type == DT_LNK;
         if (e->d_type == DT_UNKNOWN) {
             struct stat st{};
-            folder = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+            const bool known = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+            folder = known && S_ISDIR(st.st_mode);
+            link = known && S_ISLNK(st.st_mode);
         }
-        entries.push_back({std::string(name), folder});
+        entries.push_back({std::string(name), folder, link});
     }
     ::closedir(dir);
     return entries;

@@ -1,4 +1,4 @@
-// The entries of a folder as walks need them: names, and whether each is a real folder.
+// The entries of a folder as walks need them: names, and whether each is a real folder or a link.
 #pragma once
 
 #include <optional>
@@ -10,6 +10,7 @@ namespace orvane {
 struct FolderEntry {
     std::string name;
     bool isFolder = false;  // a real folder, not a link to one
+    bool isLink = false;    // a symbolic link, whatever it points at
     bool operator==(const FolderEntry&) const = default;
 };
 

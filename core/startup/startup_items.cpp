@@ -23,14 +23,14 @@ std::string switchedOffEnding() { return std::string(kPlist) + std::string(disab
 
 bool isLaunchPlistName(std::string_view name) { return name.ends_with(kPlist) || name.ends_with(switchedOffEnding()); }
 
-// The names of a folder that pass `keep`, sorted; a folder that cannot be listed has none.
-std::vector<std::string> sortedNames(const std::string& folder, const Facts& facts, bool (*keep)(std::string_view)) {
-    std::vector<std::string> names;
+// The entries of a folder whose names pass `keep`, by name; a folder that cannot be listed has none.
+std::vector<FolderEntry> sortedEntries(const std::string& folder, const Facts& facts, bool (*keep)(std::string_view)) {
+    std::vector<FolderEntry> kept;
     if (auto entries = facts.list(folder))
-        for (const auto& entry : *entries)
-            if (keep(entry.name)) names.push_back(entry.name);
-    std::sort(names.begin(), names.end());
-    return names;
+        for (auto& entry : *entries)
+            if (keep(entry.name)) kept.push_back(std::move(entry));
+    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    return kept;
 }
 
 std::optional<std::string> stringAt(const nlohmann::json& plist, const char* key) {
@@ -55,12 +55,14 @@ std::string withoutExtension(std::string_view name) {
     return std::string(extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1));
 }
 
-std::optional<StartupItem> fromFolder(const std::string& folder, const std::string& name, StartupItem::Scope scope,
+std::optional<StartupItem> fromFolder(const std::string& folder, const FolderEntry& entry, StartupItem::Scope scope,
                                       bool isDaemon, const std::vector<AppRef>& apps, const Facts& facts) {
+    // The listing's own type of the entry, links not followed, is asked before anything is read,
+    // so that a link cannot make the page read a file elsewhere; one put in its place since is
+    // refused by the read, which never follows a final link.
+    if (entry.isLink) return std::nullopt;
+    const std::string& name = entry.name;
     const std::string path = appendingPathComponent(folder, name);
-    // Asked before anything is read, so that a link cannot make the page read a file elsewhere.
-    auto entry = facts.lstat(path);
-    if (!entry || entry->isSymlink()) return std::nullopt;
     auto plist = readPropertyListDictionary(path, facts);
     if (!plist) return std::nullopt;
     const std::string label = stringAt(*plist, "Label").value_or(name.substr(0, name.find(kPlist)));
@@ -171,8 +173,8 @@ std::vector<StartupItem> scanStartupItems(const std::vector<AppRef>& apps, const
     };
     std::vector<StartupItem> items;
     for (const auto& folder : folders)
-        for (const auto& name : sortedNames(folder.path, facts, isLaunchPlistName))
-            if (auto item = fromFolder(folder.path, name, folder.scope, folder.isDaemon, apps, facts))
+        for (const auto& entry : sortedEntries(folder.path, facts, isLaunchPlistName))
+            if (auto item = fromFolder(folder.path, entry, folder.scope, folder.isDaemon, apps, facts))
                 items.push_back(std::move(*item));
 
     const std::vector<AppRef> trashed = trashedApps(home, facts);
@@ -194,7 +196,8 @@ std::vector<StartupItem> scanStartupItems(const std::vector<AppRef>& apps, const
         for (const auto& folder : inside) {
             const std::string where = appendingPathComponent(app.path, folder.path);
             auto keep = [](std::string_view name) { return name.ends_with(kPlist) || name.ends_with(".app"); };
-            for (const auto& name : sortedNames(where, facts, keep)) {
+            for (const auto& entry : sortedEntries(where, facts, keep)) {
+                const std::string& name = entry.name;
                 StartupItem item;
                 item.path = appendingPathComponent(where, name);
                 item.label = withoutExtension(name);
@@ -219,7 +222,8 @@ std::vector<DisabledAgent> disabledAgents(const std::vector<std::string>& folder
         return name.ends_with(switchedOffEnding()) && !name.starts_with("com.apple.");
     };
     for (const auto& folder : folders)
-        for (const auto& name : sortedNames(folder, facts, keep)) {
+        for (const auto& entry : sortedEntries(folder, facts, keep)) {
+            const std::string& name = entry.name;
             const std::string path = appendingPathComponent(folder, name);
             std::string label = name.substr(0, name.size() - ending.size());
             if (auto plist = readPropertyListDictionary(path, facts))

@@ -7,14 +7,9 @@
 #include <set>
 
 #include "core/common/json_files.hpp"
+#include "tests/startup/printers.hpp"
 
 namespace orvane {
-
-// Readable failures; internal so that each test file may have its own.
-[[maybe_unused]] static void PrintTo(const StartupOwner& owner, std::ostream* os) { *os << toJSON(owner).dump(); }
-[[maybe_unused]] static void PrintTo(const LaunchdServiceRow& row, std::ostream* os) {
-    *os << (row.pid ? std::to_string(*row.pid) : "-") << " " << row.label;
-}
 
 namespace {
 

@@ -7,15 +7,10 @@
 
 #include "core/common/json_files.hpp"
 #include "core/common/property_list.hpp"
+#include "tests/startup/printers.hpp"
 #include "tests/support/temp_dir.hpp"
 
 namespace orvane {
-
-// Readable failures; internal so that each test file may have its own.
-[[maybe_unused]] static void PrintTo(const StartupOwner& owner, std::ostream* os) { *os << toJSON(owner).dump(); }
-[[maybe_unused]] static void PrintTo(const EmbeddedBackgroundItem& item, std::ostream* os) {
-    *os << rawValue(item.kind) << ":" << item.label << " " << item.path << " " << item.program.value_or("-");
-}
 
 namespace {
 
