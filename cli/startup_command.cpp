@@ -281,6 +281,7 @@ void addStartupCommand(Registry& registry) {
         runList);
     auto withSocket = [&](CLI::App* command) {
         command->add_option("--socket", options->socket, "The helper's socket, for items under /Library")
+            ->type_name("PATH")
             ->capture_default_str();
     };
 
