@@ -5,6 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "core/common/facts.hpp"
+
 namespace orvane {
 namespace {
 
@@ -42,6 +46,16 @@ std::optional<std::vector<FolderEntry>> listFolder(const std::string& path) {
     DIR* dir = ::opendir(path.c_str());
     if (!dir) return std::nullopt;
     return drain(dir);
+}
+
+std::vector<FolderEntry> sortedEntries(const std::string& folder, const Facts& facts,
+                                       const std::function<bool(std::string_view)>& keep) {
+    std::vector<FolderEntry> kept;
+    if (auto entries = facts.list(folder))
+        for (auto& entry : *entries)
+            if (keep(entry.name)) kept.push_back(std::move(entry));
+    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    return kept;
 }
 
 }  // namespace orvane

@@ -1,8 +1,10 @@
 // The entries of a folder as walks need them: names, and whether each is a real folder or a link.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane {
@@ -21,5 +23,11 @@ std::vector<FolderEntry> readFolderEntries(int fd);
 std::vector<FolderEntry> readFolderEntries(const std::string& path);
 // The same, telling a folder that cannot be listed (refused, gone, not a folder) from an empty one.
 std::optional<std::vector<FolderEntry>> listFolder(const std::string& path);
+
+struct Facts;
+// The entries of a folder, listed through `facts`, whose names pass `keep`, by name; a folder that
+// cannot be listed has none.
+std::vector<FolderEntry> sortedEntries(const std::string& folder, const Facts& facts,
+                                       const std::function<bool(std::string_view)>& keep);
 
 }  // namespace orvane

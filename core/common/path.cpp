@@ -146,6 +146,11 @@ std::string pathExtension(std::string_view path) {
     return name.substr(dot + 1);
 }
 
+std::string deletingPathExtension(std::string_view path) {
+    const std::string extension = pathExtension(path);
+    return std::string(extension.empty() ? path : path.substr(0, path.size() - extension.size() - 1));
+}
+
 bool isAtOrBelow(std::string_view path, std::string_view dir) {
     if (path == dir) return true;
     if (dir == "/") return path.starts_with('/');

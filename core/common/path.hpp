@@ -43,6 +43,8 @@ std::string lastPathComponent(std::string_view path);
 // pathExtension: the text after the last "." of the last component; none when that "." opens
 // the name (".zshrc" has no extension).
 std::string pathExtension(std::string_view path);
+// The path without that extension and its "."; unchanged when there is none.
+std::string deletingPathExtension(std::string_view path);
 
 // Whether `path` is `dir` or lies beneath it, compared as text.
 bool isAtOrBelow(std::string_view path, std::string_view dir);

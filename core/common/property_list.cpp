@@ -171,11 +171,28 @@ std::optional<nlohmann::json> readPropertyListDictionary(const std::string& path
     return value;
 }
 
+std::optional<std::string> plistString(const nlohmann::json& dictionary, const char* key) {
+    if (!dictionary.is_object()) return std::nullopt;
+    auto value = dictionary.find(key);
+    if (value == dictionary.end() || !value->is_string()) return std::nullopt;
+    return value->get<std::string>();
+}
+
+std::optional<std::vector<std::string>> plistStrings(const nlohmann::json& dictionary, const char* key) {
+    if (!dictionary.is_object()) return std::nullopt;
+    auto value = dictionary.find(key);
+    if (value == dictionary.end() || !value->is_array()) return std::nullopt;
+    std::vector<std::string> strings;
+    for (const auto& element : *value) {
+        if (!element.is_string()) return std::nullopt;
+        strings.push_back(element.get<std::string>());
+    }
+    return strings;
+}
+
 std::string bundleIdentifier(const std::string& bundle, const Facts& facts) {
     auto info = readPropertyListDictionary(appendingPathComponent(bundle, "Contents/Info.plist"), facts);
-    if (!info) return {};
-    auto id = info->find("CFBundleIdentifier");
-    return id != info->end() && id->is_string() ? id->get<std::string>() : std::string();
+    return info ? plistString(*info, "CFBundleIdentifier").value_or("") : std::string();
 }
 
 std::optional<std::string> propertyListData(const nlohmann::json& value, PropertyListFormat format) {

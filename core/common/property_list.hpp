@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvane {
 
@@ -31,6 +32,11 @@ inline constexpr std::uint64_t kMaxPropertyListFileBytes = 8 << 20;
 // The dictionary a property-list file holds, read through `facts` (no final link followed, a FIFO
 // answered at once); none for anything else: missing, unreadable, damaged, or not a dictionary.
 std::optional<nlohmann::json> readPropertyListDictionary(const std::string& path, const Facts& facts);
+
+// A dictionary's string at `key`; none when absent or of another type.
+std::optional<std::string> plistString(const nlohmann::json& dictionary, const char* key);
+// A dictionary's array at `key` when every element is a string; none otherwise.
+std::optional<std::vector<std::string>> plistStrings(const nlohmann::json& dictionary, const char* key);
 
 // A bundle's "CFBundleIdentifier" from its Contents/Info.plist; "" when it cannot be read.
 std::string bundleIdentifier(const std::string& bundle, const Facts& facts);

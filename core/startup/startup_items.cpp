@@ -23,37 +23,6 @@ std::string switchedOffEnding() { return std::string(kPlist) + std::string(disab
 
 bool isLaunchPlistName(std::string_view name) { return name.ends_with(kPlist) || name.ends_with(switchedOffEnding()); }
 
-// The entries of a folder whose names pass `keep`, by name; a folder that cannot be listed has none.
-std::vector<FolderEntry> sortedEntries(const std::string& folder, const Facts& facts, bool (*keep)(std::string_view)) {
-    std::vector<FolderEntry> kept;
-    if (auto entries = facts.list(folder))
-        for (auto& entry : *entries)
-            if (keep(entry.name)) kept.push_back(std::move(entry));
-    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
-    return kept;
-}
-
-std::optional<std::string> stringAt(const nlohmann::json& plist, const char* key) {
-    auto value = plist.find(key);
-    if (value == plist.end() || !value->is_string()) return std::nullopt;
-    return value->get<std::string>();
-}
-
-std::optional<std::vector<std::string>> stringsAt(const nlohmann::json& plist, const char* key) {
-    auto value = plist.find(key);
-    if (value == plist.end() || !value->is_array()) return std::nullopt;
-    std::vector<std::string> strings;
-    for (const auto& element : *value) {
-        if (!element.is_string()) return std::nullopt;
-        strings.push_back(element.get<std::string>());
-    }
-    return strings;
-}
-
-std::string withoutExtension(std::string_view name) {
-    const std::string extension = pathExtension(name);
-    return std::string(extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1));
-}
 
 std::optional<StartupItem> fromFolder(const std::string& folder, const FolderEntry& entry, StartupItem::Scope scope,
                                       bool isDaemon, const std::vector<AppRef>& apps, const Facts& facts) {
@@ -65,12 +34,12 @@ std::optional<StartupItem> fromFolder(const std::string& folder, const FolderEnt
     const std::string path = appendingPathComponent(folder, name);
     auto plist = readPropertyListDictionary(path, facts);
     if (!plist) return std::nullopt;
-    const std::string label = stringAt(*plist, "Label").value_or(name.substr(0, name.find(kPlist)));
+    const std::string label = plistString(*plist, "Label").value_or(name.substr(0, name.find(kPlist)));
     const auto program = launchItemProgram(*plist);
     if (isAppleLaunchItem(name, label, program)) return std::nullopt;
     std::vector<std::string> associated;
-    if (auto many = stringsAt(*plist, "AssociatedBundleIdentifiers")) associated = std::move(*many);
-    else if (auto one = stringAt(*plist, "AssociatedBundleIdentifiers")) associated = {*one};
+    if (auto many = plistStrings(*plist, "AssociatedBundleIdentifiers")) associated = std::move(*many);
+    else if (auto one = plistString(*plist, "AssociatedBundleIdentifiers")) associated = {*one};
     StartupItem item;
     item.path = path;
     item.label = label;
@@ -108,11 +77,10 @@ bool isAppleLaunchItem(std::string_view name, std::string_view label, const std:
 }
 
 std::optional<std::string> launchItemProgram(const nlohmann::json& plist) {
-    if (!plist.is_object()) return std::nullopt;
-    if (auto program = stringAt(plist, "Program")) return program;
-    if (auto arguments = stringsAt(plist, "ProgramArguments"); arguments && !arguments->empty())
+    if (auto program = plistString(plist, "Program")) return program;
+    if (auto arguments = plistStrings(plist, "ProgramArguments"); arguments && !arguments->empty())
         return arguments->front();
-    return stringAt(plist, "BundleProgram");
+    return plistString(plist, "BundleProgram");
 }
 
 std::optional<std::string> launchItemOwner(const std::optional<std::string>& program,
@@ -144,7 +112,7 @@ std::optional<std::string> insideAppLaunchLabel(const std::string& path, const F
     }
     auto plist = readPropertyListDictionary(path, facts);
     if (!plist) return std::nullopt;
-    return stringAt(*plist, "Label");
+    return plistString(*plist, "Label");
 }
 
 std::vector<AppRef> trashedApps(const std::string& home, const Facts& facts) {
@@ -155,7 +123,7 @@ std::vector<AppRef> trashedApps(const std::string& home, const Facts& facts) {
     for (const auto& entry : *entries) {
         if (!entry.name.ends_with(".app")) continue;
         const std::string path = appendingPathComponent(trash, entry.name);
-        apps.push_back(AppRef{path, withoutExtension(entry.name), bundleIdentifier(path, facts)});
+        apps.push_back(AppRef{path, deletingPathExtension(entry.name), bundleIdentifier(path, facts)});
     }
     return apps;
 }
@@ -200,7 +168,7 @@ std::vector<StartupItem> scanStartupItems(const std::vector<AppRef>& apps, const
                 const std::string& name = entry.name;
                 StartupItem item;
                 item.path = appendingPathComponent(where, name);
-                item.label = withoutExtension(name);
+                item.label = deletingPathExtension(name);
                 item.scope = StartupItem::Scope::insideApp;
                 item.ownerName = fromTrash ? app.name + " (in the Trash)" : app.name;
                 item.ownerMissing = fromTrash;
@@ -227,7 +195,7 @@ std::vector<DisabledAgent> disabledAgents(const std::vector<std::string>& folder
             const std::string path = appendingPathComponent(folder, name);
             std::string label = name.substr(0, name.size() - ending.size());
             if (auto plist = readPropertyListDictionary(path, facts))
-                if (auto named = stringAt(*plist, "Label"); named && !named->empty()) label = *named;
+                if (auto named = plistString(*plist, "Label"); named && !named->empty()) label = *named;
             agents.push_back(DisabledAgent{path, std::move(label)});
         }
     return agents;

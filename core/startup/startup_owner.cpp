@@ -18,24 +18,10 @@ nlohmann::ordered_json appRefJSON(const AppRef& app) {
     return {{"path", app.path}, {"name", app.name}, {"bundleID", app.bundleID}};
 }
 
-std::string withoutExtension(const std::string& name) {
-    const std::string extension = pathExtension(name);
-    return extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
-}
-
-std::optional<std::string> stringValue(const nlohmann::json& dictionary, const char* key) {
-    auto found = dictionary.find(key);
-    if (found == dictionary.end() || !found->is_string()) return std::nullopt;
-    return found->get<std::string>();
-}
-
-// The names of a folder that end in `suffix`, ascending; a folder that cannot be listed has none.
 std::vector<std::string> namesEndingIn(const std::string& folder, std::string_view suffix, const Facts& facts) {
     std::vector<std::string> names;
-    if (auto entries = facts.list(folder))
-        for (const auto& entry : *entries)
-            if (entry.name.ends_with(suffix)) names.push_back(entry.name);
-    std::sort(names.begin(), names.end());
+    for (const auto& entry : sortedEntries(folder, facts, [suffix](std::string_view name) { return name.ends_with(suffix); }))
+        names.push_back(entry.name);
     return names;
 }
 
@@ -113,7 +99,7 @@ StartupOwner startupOwner(const std::optional<std::string>& program, const std::
             for (const auto& app : installedApps)
                 if (lowercased(app.path) == lowerBundle) return {App{app, OwnerEvidence::programInside}};
             if (exists(*bundle))
-                return {App{AppRef{*bundle, withoutExtension(lastPathComponent(*bundle)), ""},
+                return {App{AppRef{*bundle, deletingPathExtension(lastPathComponent(*bundle)), ""},
                             OwnerEvidence::programInside}};
             return {AppGone{*bundle}};
         }
@@ -157,7 +143,7 @@ StartupOwner startupOwner(const std::optional<std::string>& program, const std::
 std::optional<std::string> launchdProgram(const nlohmann::json& plist) {
     if (!plist.is_object()) return std::nullopt;
     for (const char* key : {"BundleProgram", "Program"})
-        if (auto value = stringValue(plist, key); value && !value->empty()) return value;
+        if (auto value = plistString(plist, key); value && !value->empty()) return value;
     auto arguments = plist.find("ProgramArguments");
     if (arguments == plist.end() || !arguments->is_array() || arguments->empty()) return std::nullopt;
     if (!std::all_of(arguments->begin(), arguments->end(), [](const auto& a) { return a.is_string(); }))
@@ -177,9 +163,9 @@ std::vector<EmbeddedBackgroundItem> embeddedBackgroundItems(const std::string& b
         const std::string helper = appendingPathComponent(loginItems, name);
         auto info = readPropertyListDictionary(appendingPathComponent(helper, "Contents/Info.plist"), facts);
         if (!info) continue;
-        auto id = stringValue(*info, "CFBundleIdentifier");
+        auto id = plistString(*info, "CFBundleIdentifier");
         if (!id || !isLaunchdLabel(*id)) continue;
-        items.push_back({Kind::loginItem, *id, helper, stringValue(*info, "CFBundleExecutable")});
+        items.push_back({Kind::loginItem, *id, helper, plistString(*info, "CFBundleExecutable")});
     }
 
     for (auto [folderName, kind] : {std::pair{"LaunchAgents", Kind::agent}, std::pair{"LaunchDaemons", Kind::daemon}}) {
@@ -188,7 +174,7 @@ std::vector<EmbeddedBackgroundItem> embeddedBackgroundItems(const std::string& b
             const std::string path = appendingPathComponent(folder, name);
             auto plist = readPropertyListDictionary(path, facts);
             if (!plist) continue;
-            auto label = stringValue(*plist, "Label");
+            auto label = plistString(*plist, "Label");
             if (!label || !isLaunchdLabel(*label)) continue;
             items.push_back({kind, *label, path, launchdProgram(*plist)});
         }
@@ -212,13 +198,13 @@ std::vector<std::string> embeddedHelperLabels(const std::string& bundle, const F
     for (const auto& name : namesEndingIn(loginItems, ".app", facts)) {
         auto info = readPropertyListDictionary(
             appendingPathComponent(appendingPathComponent(loginItems, name), "Contents/Info.plist"), facts);
-        if (auto id = info ? stringValue(*info, "CFBundleIdentifier") : std::nullopt) labels.insert(*id);
+        if (auto id = info ? plistString(*info, "CFBundleIdentifier") : std::nullopt) labels.insert(*id);
     }
     // Daemons are left out: a user process cannot act on them.
     const std::string agents = appendingPathComponent(library, "LaunchAgents");
     for (const auto& name : namesEndingIn(agents, ".plist", facts)) {
         auto plist = readPropertyListDictionary(appendingPathComponent(agents, name), facts);
-        if (auto label = plist ? stringValue(*plist, "Label") : std::nullopt) labels.insert(*label);
+        if (auto label = plist ? plistString(*plist, "Label") : std::nullopt) labels.insert(*label);
     }
     std::vector<std::string> result;
     std::copy_if(labels.begin(), labels.end(), std::back_inserter(result),
