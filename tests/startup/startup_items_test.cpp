@@ -69,8 +69,7 @@ TEST(StartupItems, TheThreeFoldersThenWhatAppsCarry) {
               plist({{"Label", "org.x.daemon"}, {"Program", "helperd"}, {"AssociatedBundleIdentifiers", "com.vendor.foo"}},
                     PropertyListFormat::binary));
     mac.app("/Users/amy/.Trash/Old.app", "com.old.app");
-    mac.write("/Users/amy/.Trash/Old.app/Contents/Library/LaunchAgents/com.old.agent.plist",
-              plist({{"Label", "com.old.agent"}}));
+    mac.app("/Users/amy/.Trash/Old.app/Contents/Library/LoginItems/Old Login.app", "com.old.login");
 
     const InstalledApps installed = installedApps(mac.facts);
     EXPECT_TRUE(installed.complete);
@@ -86,8 +85,8 @@ TEST(StartupItems, TheThreeFoldersThenWhatAppsCarry) {
         {"/Library/LaunchDaemons/org.x.daemon.plist", "org.x.daemon", S::system, "Foo", false, true, true, false, {}},
         {"/Applications/Foo.app/Contents/Library/LoginItems/FooHelper.app", "FooHelper", S::insideApp, "Foo", false,
          true, false, false, "com.vendor.foo.helper"},
-        {"/Users/amy/.Trash/Old.app/Contents/Library/LaunchAgents/com.old.agent.plist", "com.old.agent", S::insideApp,
-         "Old (in the Trash)", true, true, false, true, "com.old.agent"},
+        {"/Users/amy/.Trash/Old.app/Contents/Library/LoginItems/Old Login.app", "Old Login", S::insideApp,
+         "Old (in the Trash)", true, true, false, true, "com.old.login"},
     };
     EXPECT_EQ(scanStartupItems(installed.apps, "/Users/amy", mac.facts), expected);
 
