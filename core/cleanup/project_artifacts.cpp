@@ -28,12 +28,6 @@ std::string_view extensionOf(std::string_view name) {
     return name.substr(dot + 1);
 }
 
-std::string_view trimSpacesAndTabs(std::string_view line) {
-    while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) line.remove_prefix(1);
-    while (!line.empty() && (line.back() == ' ' || line.back() == '\t')) line.remove_suffix(1);
-    return line;
-}
-
 std::string_view trimSlashes(std::string_view text) {
     while (!text.empty() && text.front() == '/') text.remove_prefix(1);
     while (!text.empty() && text.back() == '/') text.remove_suffix(1);

@@ -105,6 +105,12 @@ std::string clipCharacters(std::string_view text, std::size_t limit) {
     return std::string(text.substr(0, clusterEnd(text, limit, nullptr)));
 }
 
+std::string_view trimSpacesAndTabs(std::string_view text) {
+    const auto begin = text.find_first_not_of(" \t");
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
 std::string trimWhitespace(std::string_view text) {
     std::size_t begin = 0;
     while (begin < text.size()) {

@@ -28,6 +28,9 @@ std::string clipCharacters(std::string_view text, std::size_t limit);
 
 // White space and newlines trimmed from both ends (Unicode's White_Space set).
 std::string trimWhitespace(std::string_view text);
+// Trims spaces and tabs only, as the line formats of macOS tools are read: other white space is
+// part of the text.
+std::string_view trimSpacesAndTabs(std::string_view text);
 
 // Unicode lower case, code point by code point; invalid UTF-8 bytes are kept as they are.
 std::string lowercased(std::string_view text);

@@ -17,16 +17,6 @@
 namespace orvane {
 namespace {
 
-bool isSpaceOrTab(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string_view trimSpacesAndTabs(std::string_view text) {
-    while (!text.empty() && isSpaceOrTab(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isSpaceOrTab(text.back())) text.remove_suffix(1);
-    return text;
-}
-
 // The keys are ASCII, and no other character lower-cases to the letters they are made of, so
 // comparing the key's length of the line in ASCII case is the same as lower-casing it whole.
 bool startsWithKey(std::string_view line, std::string_view lowerKey) {

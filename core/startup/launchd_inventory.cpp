@@ -19,19 +19,13 @@ constexpr double kStopTimeout = 10;
 
 constexpr std::string_view kSpacesAndTabs = " \t";
 
-std::string_view trimmedOfSpacesAndTabs(std::string_view line) {
-    const auto begin = line.find_first_not_of(kSpacesAndTabs);
-    if (begin == std::string_view::npos) return {};
-    return line.substr(begin, line.find_last_not_of(kSpacesAndTabs) - begin + 1);
-}
-
 // Every line, empty ones kept, each trimmed of spaces and tabs.
 std::vector<std::string_view> trimmedLines(std::string_view text) {
     std::vector<std::string_view> lines;
     std::size_t start = 0;
     while (true) {
         const auto end = text.find('\n', start);
-        lines.push_back(trimmedOfSpacesAndTabs(text.substr(start, end == std::string_view::npos ? end : end - start)));
+        lines.push_back(trimSpacesAndTabs(text.substr(start, end == std::string_view::npos ? end : end - start)));
         if (end == std::string_view::npos) break;
         start = end + 1;
     }
