@@ -251,6 +251,15 @@ Result runSetEnv(const StartupOptions& options, const Invocation& in) {
     if (in.facts.recorded) return nothingChangedOnARecording({plan});
     setPersistentGUIEnv(options.name, options.value, in.facts);
     Result result;
+    // The library lets a failed write pass; the person must not be told the variable will last.
+    const auto written = in.facts.lstat(agent);
+    if (!written || !written->isRegularFile()) {
+        result.status = kRefused;
+        result.line("• " + options.name + "=" + options.value + " — set for this login only: " + agent +
+                    " could not be written, so it will not be set again at the next login");
+        result.json = {{"done", false}, {"agent", agent}};
+        return result;
+    }
     result.line("• " + options.name + "=" + options.value + " — set for this login and every later one (" + agent + ")");
     result.json = {{"done", true}, {"agent", agent}};
     return result;

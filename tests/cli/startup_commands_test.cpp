@@ -95,6 +95,9 @@ TEST(StartupCommand, StatusAndAnswer) {
         {kAlex + "startup setenv 1BAD x", 2, C::err, "\"1BAD\" is not a variable name", C::contains},
         {kAlex + "startup unsetenv 'A/B'", 2, C::err, "is not a variable name", C::contains},
         {"startup audit", 1, C::out, "/usr/bin/sfltool could not be run", C::contains},
+        // A file where the launch folder should be: the agent cannot be written, and the person is told.
+        {"--ledger-dir {D}/ledger startup setenv FOO bar", 1, C::out, "set for this login only", C::contains,
+         [](const testing::TempDir& d) { d.write("Library/LaunchAgents"); }, "HOME={D}"},
     };
     testing::expectCommands(cases);
 }
