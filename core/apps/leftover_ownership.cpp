@@ -148,6 +148,10 @@ std::optional<std::string> leftoverVendor(std::string_view id) {
 
 bool reverseDNSLeftoverOwned(std::string_view rawName, const std::set<std::string>& installedIDs,
                              const std::set<std::string>& claimedGroups) {
+    // Whose a team is cannot be read yet, so a developer's own name for its data is always theirs.
+    if (const auto dot = rawName.find('.');
+        dot != std::string_view::npos && isTeamID(rawName.substr(0, dot)))
+        return true;
     std::string name = lowercased(rawName);
     for (std::string_view suffix : {".plist", ".savedstate", ".binarycookies"})
         if (name.ends_with(suffix)) name.erase(name.size() - suffix.size());

@@ -171,7 +171,7 @@ std::optional<std::string> orphanOwner(std::string_view entryName,
 std::optional<std::string> leftoverVendor(std::string_view id);
 
 // True keeps the name: owned by an installed identifier, its vendor or a claimed app group, or
-// not judgeable. Stricter than orphanOwner, for names that already passed it.
+// not judgeable, or led by a team id. Stricter than orphanOwner, for names that already passed it.
 bool reverseDNSLeftoverOwned(std::string_view name, const std::set<std::string>& installedIDs,
                              const std::set<std::string>& claimedGroups);
 

@@ -91,6 +91,8 @@ TEST(LeftoverOwnership, StricterOwnershipTests) {
         {"is.workflowy.app", {}, true},
         {"systemgroup.com.paddle.x", {}, true},
         {"com.acme", {}, true},
+        {"ZZZZZ99999.com.acme.tool", {}, true},
+        {"zzzzz99999.com.acme.tool", {}, false},
         {"com.acme.tool", {"COM.ACME.OTHER"}, true},
         {"com.acme.tool.x", {"com.acme.tool"}, true},
         {"com.acme.tool", {"", "org.acme.tool"}, false},
