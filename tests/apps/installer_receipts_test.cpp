@@ -8,9 +8,13 @@
 #include <map>
 
 #include "core/common/json_files.hpp"
+#include "core/common/replay.hpp"
 #include "tests/support/temp_dir.hpp"
 
 namespace orvane {
+
+void PrintTo(const ReceiptLeftover& row, std::ostream* os) { *os << row.path << " (" << row.packageID << ")"; }
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -144,6 +148,29 @@ TEST(InstallerReceipts, FirstFivePackagesAndFirstClaimWins) {
               (std::vector<ReceiptLeftover>{{root + "/opt/shared", "p1"}, {root + "/opt/p2", "p2"}}));
     EXPECT_EQ(asked.size(), 11u);
     EXPECT_EQ(asked.back(), (std::vector<std::string>{"--files", "p5"}));
+}
+
+TEST(InstallerReceipts, ReadFromARecordedMac) {
+    orvane::testing::TempDir temp;
+    const std::string dir = temp.path();
+    using orvane::testing::writeFile;
+    writeFile(dir + "/home", "/Users/alex\n");
+    writeFile(dir + "/file-info.txt", "volume: /\npath: Applications/Chef.app\npkgid: com.getchef.pkg.chefdk\n");
+    writeFile(dir + "/pkg-info.txt", capture("pkg-info-2014-chefdk-specinfra174.txt"));
+    writeFile(dir + "/files.txt", "bin\nbin/chef\nembedded\nembedded/gems\nembedded/gems/x.rb\n");
+    writeFile(dir + "/tools.json", R"([
+        {"argv": ["/usr/sbin/pkgutil", "--file-info", "/Applications/Chef.app"], "stdout": "file-info.txt", "status": 0},
+        {"argv": ["/usr/sbin/pkgutil", "--pkg-info", "com.getchef.pkg.chefdk"], "stdout": "pkg-info.txt", "status": 0},
+        {"argv": ["/usr/sbin/pkgutil", "--files", "com.getchef.pkg.chefdk"], "stdout": "files.txt", "status": 0}])");
+    writeFile(dir + "/root/opt/chefdk/bin/chef", "x");
+    writeFile(dir + "/root/opt/chefdk/embedded/gems/x.rb", "x");
+    auto load = loadRecording(dir);
+    ASSERT_TRUE(load.recording) << load.error;
+    const Facts facts = recordedFacts(std::make_shared<const Recording>(std::move(*load.recording)));
+
+    EXPECT_EQ(InstallerReceipts::leftovers("/Applications/Chef.app", "/Users/alex", facts),
+              (std::vector<ReceiptLeftover>{{"/opt/chefdk/bin/chef", "com.getchef.pkg.chefdk"},
+                                            {"/opt/chefdk/embedded", "com.getchef.pkg.chefdk"}}));
 }
 
 }  // namespace
