@@ -50,8 +50,10 @@ std::string repairedUTF8(std::string_view bytes) {
         const unsigned char lead = byte(i);
         std::size_t length = 0;
         unsigned char low = 0x80, high = 0xBF;
-        if (lead < 0x80) length = 1;
-        else if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+        if (lead < 0x80)
+            length = 1;
+        else if (lead >= 0xC2 && lead <= 0xDF)
+            length = 2;
         else if (lead >= 0xE0 && lead <= 0xEF) {
             length = 3;
             if (lead == 0xE0) low = 0xA0;
@@ -73,8 +75,10 @@ std::string repairedUTF8(std::string_view bytes) {
             if (!fits) break;
             ++taken;
         }
-        if (taken == length) text.append(bytes.substr(i, length));
-        else text += "\xEF\xBF\xBD";
+        if (taken == length)
+            text.append(bytes.substr(i, length));
+        else
+            text += "\xEF\xBF\xBD";
         i += taken;
     }
     return text;
@@ -118,7 +122,8 @@ bool isCaskToken(std::string_view text) {
     if (text.empty() || text.size() > kMaxTokenLength) return false;
     if (text.front() == '-' || text.front() == '.') return false;
     return std::all_of(text.begin(), text.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || std::string_view("-_.@+").find(c) != std::string_view::npos;
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+               std::string_view("-_.@+").find(c) != std::string_view::npos;
     });
 }
 
@@ -141,7 +146,8 @@ CaskArtifacts readArtifacts(const nlohmann::json& artifacts) {
                     for (const char* kind : {"trash", "delete", "rmdir"}) {
                         const auto paths = directive.find(kind);
                         if (paths == directive.end()) continue;
-                        if (paths->is_string()) read.zap.push_back(paths->get<std::string>());
+                        if (paths->is_string())
+                            read.zap.push_back(paths->get<std::string>());
                         else if (paths->is_array())
                             for (const auto& path : *paths)
                                 if (path.is_string()) read.zap.push_back(path.get<std::string>());
@@ -207,7 +213,8 @@ std::optional<CaskRecord> caskForApp(std::string_view appPath, const std::vector
     const std::string name = lowercased(lastPathComponent(appPath));
     for (const auto& cask : casks) {
         if (!isCaskToken(cask.token)) continue;
-        if (std::any_of(cask.apps.begin(), cask.apps.end(), [&](const std::string& app) { return lowercased(app) == name; }))
+        if (std::any_of(cask.apps.begin(), cask.apps.end(),
+                        [&](const std::string& app) { return lowercased(app) == name; }))
             return cask;
     }
     return std::nullopt;
@@ -244,8 +251,7 @@ InvocationResult runInvocation(const std::string& executable, const std::vector<
                                const std::map<std::string, std::string>& environment,
                                std::chrono::milliseconds timeout) {
     int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0)
-        return {-1, "Couldn't start " + executable + ": " + std::strerror(errno)};
+    if (::pipe2(fds, O_CLOEXEC) != 0) return {-1, "Couldn't start " + executable + ": " + std::strerror(errno)};
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

@@ -12,6 +12,7 @@
 namespace orvane {
 namespace {
 
+// clang-format off
 constexpr std::array<std::string_view, 56> kSharedReceiptFolderNames = {
     "applications", "library", "application support", "preferences", "caches", "logs", "launchagents",
     "launchdaemons", "privilegedhelpertools", "extensions", "frameworks", "audio", "plug-ins", "components", "vst",
@@ -20,6 +21,7 @@ constexpr std::array<std::string_view, 56> kSharedReceiptFolderNames = {
     "local", "bin", "sbin", "lib", "libexec", "share", "include", "etc", "opt", "var", "private", "system", "users",
     "documentation", "man", "man1", "receipts", "security", "keychains", "colorsync", "profiles", "webserver",
     "scripts", "sandbox"};
+// clang-format on
 
 constexpr double kFileInfoSeconds = 15;
 constexpr double kPkgInfoSeconds = 15;
@@ -75,8 +77,10 @@ std::vector<std::string> parsePkgFileInfo(std::string_view text) {
 PkgInstallPlace parsePkgInfo(std::string_view text) {
     PkgInstallPlace place;
     for (const auto line : trimmedLines(text)) {
-        if (line.starts_with("volume: ")) place.volume = line.substr(8);
-        else if (line.starts_with("location: ")) place.location = line.substr(10);
+        if (line.starts_with("volume: "))
+            place.volume = line.substr(8);
+        else if (line.starts_with("location: "))
+            place.location = line.substr(10);
     }
     if (place.volume.empty()) place.volume = "/";
     return place;
@@ -91,13 +95,10 @@ std::string receiptAbsolutePath(std::string_view volume, std::string_view locati
     return path;
 }
 
-std::vector<std::string> receiptLeftovers(const std::vector<std::string>& receiptPaths, std::string_view appPath,
-                                          std::string_view home,
-                                          const std::function<bool(const std::string&)>& exists,
-                                          const std::function<bool(const std::string&)>& isDirectory,
-                                          const std::function<std::optional<std::vector<std::string>>(
-                                              const std::string&)>& list,
-                                          std::size_t limit) {
+std::vector<std::string> receiptLeftovers(
+    const std::vector<std::string>& receiptPaths, std::string_view appPath, std::string_view home,
+    const std::function<bool(const std::string&)>& exists, const std::function<bool(const std::string&)>& isDirectory,
+    const std::function<std::optional<std::vector<std::string>>(const std::string&)>& list, std::size_t limit) {
     std::string_view app = appPath;
     if (app.ends_with('/')) app.remove_suffix(1);
     const std::set<std::string> named(receiptPaths.begin(), receiptPaths.end());
@@ -177,8 +178,8 @@ std::vector<ReceiptLeftover> leftovers(const std::string& forApp, const std::str
         std::vector<std::string> paths;
         paths.reserve(files.lines.size());
         for (const auto& line : files.lines) paths.push_back(receiptAbsolutePath(place.volume, place.location, line));
-        for (auto& path : receiptLeftovers(paths, forApp, home, facts.exists, isDirectory, list,
-                                           installerLeftoverRowLimit))
+        for (auto& path :
+             receiptLeftovers(paths, forApp, home, facts.exists, isDirectory, list, installerLeftoverRowLimit))
             if (seen.insert(path).second) rows.push_back({std::move(path), id});
     }
     return rows;

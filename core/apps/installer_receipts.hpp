@@ -16,9 +16,8 @@ namespace orvane {
 
 inline constexpr const char* kPkgutilTool = "/usr/sbin/pkgutil";
 
-inline constexpr std::array<std::string_view, 3> installerReceiptFolders = {"/var/db/receipts",
-                                                                             "/private/var/db/receipts",
-                                                                             "/Library/Receipts"};
+inline constexpr std::array<std::string_view, 3> installerReceiptFolders = {
+    "/var/db/receipts", "/private/var/db/receipts", "/Library/Receipts"};
 // Per package: a receipt that names more than this is a system component, not an app's extras.
 inline constexpr std::size_t installerLeftoverRowLimit = 50;
 
@@ -43,13 +42,10 @@ std::string receiptAbsolutePath(std::string_view volume, std::string_view locati
 // Never the app's own bundle, nothing in `home` or in any other bundle, no folder near the root or
 // shared by many packages, and no folder holding anything the receipt does not name (Finder's own
 // files aside). A folder that cannot be listed is not owned.
-std::vector<std::string> receiptLeftovers(const std::vector<std::string>& receiptPaths, std::string_view appPath,
-                                          std::string_view home,
-                                          const std::function<bool(const std::string&)>& exists,
-                                          const std::function<bool(const std::string&)>& isDirectory,
-                                          const std::function<std::optional<std::vector<std::string>>(
-                                              const std::string&)>& list,
-                                          std::size_t limit);
+std::vector<std::string> receiptLeftovers(
+    const std::vector<std::string>& receiptPaths, std::string_view appPath, std::string_view home,
+    const std::function<bool(const std::string&)>& exists, const std::function<bool(const std::string&)>& isDirectory,
+    const std::function<std::optional<std::vector<std::string>>(const std::string&)>& list, std::size_t limit);
 
 // Whether the path is one of the folders that keep receipts, or inside one (case ignored).
 bool isInstallerReceiptPath(std::string_view path);

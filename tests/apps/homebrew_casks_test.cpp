@@ -24,35 +24,41 @@ std::string capture(const std::string& name) {
 
 TEST(CaskTokens, SafeAsPathAndArgument) {
     for (const char* good : {"foo-bar@1.2", "c++", "a_b", "0ad"}) EXPECT_TRUE(isCaskToken(good)) << good;
-    for (const auto& bad : Strings{"", "Foo", "-foo", ".foo", "foo bar", "foo/bar", "caf\xC3\xA9", std::string(129, 'a')})
+    for (const auto& bad :
+         Strings{"", "Foo", "-foo", ".foo", "foo bar", "foo/bar", "caf\xC3\xA9", std::string(129, 'a')})
         EXPECT_FALSE(isCaskToken(bad)) << bad;
     EXPECT_TRUE(isCaskToken(std::string(128, 'a')));
 }
 
 TEST(CaskDefinitions, RecordsFromCaptures) {
-    const auto docker = caskRecordFromCaskJSON(capture("cask-api-json-2023-01-docker.json"), "docker", "/opt/homebrew/Caskroom");
+    const auto docker =
+        caskRecordFromCaskJSON(capture("cask-api-json-2023-01-docker.json"), "docker", "/opt/homebrew/Caskroom");
     ASSERT_TRUE(docker);
     EXPECT_EQ(docker->apps, Strings{"Docker.app"});
-    EXPECT_TRUE(docker->needsAdmin);  // its uninstall stanza
+    EXPECT_TRUE(docker->needsAdmin);     // its uninstall stanza
     ASSERT_EQ(docker->zap.size(), 21u);  // trash entries, then rmdir entries
     EXPECT_EQ(docker->zap.front(), "$(brew --prefix)/bin/docker-compose.backup");
     EXPECT_EQ(docker->zap.back(), "~/Library/Caches/KSCrashReports");
     EXPECT_EQ(docker->brewPath(), "/opt/homebrew/bin/brew");
 
     const std::string everything = capture("cask-api-json-FORMAT-FIXTURE-homebrew-everything.json");
-    EXPECT_EQ(caskRecordFromCaskJSON(everything, "everything", "/usr/local/Caskroom"),
-              (CaskRecord{"everything", "/usr/local/Caskroom", {"Everything.app"}, true, {"~/.everything", "~/Library/Everything"}}));
+    EXPECT_EQ(
+        caskRecordFromCaskJSON(everything, "everything", "/usr/local/Caskroom"),
+        (CaskRecord{
+            "everything", "/usr/local/Caskroom", {"Everything.app"}, true, {"~/.everything", "~/Library/Everything"}}));
     // The same artifacts as a receipt keeps them.
     const auto artifacts = nlohmann::json::parse(everything)["artifacts"];
-    EXPECT_EQ(caskRecordFromInstallReceipt(nlohmann::json{{"uninstall_artifacts", artifacts}}.dump(), "everything", "/c"),
-              (CaskRecord{"everything", "/c", {"Everything.app"}, true, {"~/.everything", "~/Library/Everything"}}));
+    EXPECT_EQ(
+        caskRecordFromInstallReceipt(nlohmann::json{{"uninstall_artifacts", artifacts}}.dump(), "everything", "/c"),
+        (CaskRecord{"everything", "/c", {"Everything.app"}, true, {"~/.everything", "~/Library/Everything"}}));
 
     // The old index's bare arrays and strings carry no stanza names: nothing is read from them.
     for (const char* old : {"cask-data-json-2019-OLDFORMAT-1password-formulae.brew.sh.json",
                             "cask-data-json-OLDFORMAT-adguard-pkg-formulae.brew.sh.json"})
         EXPECT_EQ(caskRecordFromCaskJSON(capture(old), "t", "/c"), (CaskRecord{"t", "/c", {}, false, {}})) << old;
     // A receipt cut short, one without its artifacts, and a definition given as a receipt.
-    EXPECT_EQ(caskRecordFromInstallReceipt(capture("cask-INSTALL_RECEIPT-2024-warp-brewPR17554-FRAGMENT.json.txt"), "t", "/c"),
+    EXPECT_EQ(caskRecordFromInstallReceipt(capture("cask-INSTALL_RECEIPT-2024-warp-brewPR17554-FRAGMENT.json.txt"), "t",
+                                           "/c"),
               std::nullopt);
     EXPECT_EQ(caskRecordFromInstallReceipt(R"({"uninstall_artifacts": {"app": ["A.app"]}})", "t", "/c"), std::nullopt);
     EXPECT_EQ(caskRecordFromInstallReceipt(everything, "t", "/c"), std::nullopt);
@@ -94,7 +100,8 @@ TEST(CaskDefinitions, RubySourceLines) {
 
 TEST(CaskDefinitions, ZapPathsAndAppMatching) {
     EXPECT_EQ(zapPath("~/Library/Foo", "/Users/me"), "/Users/me/Library/Foo");
-    for (const char* refused : {"/Library/Foo", "~/Library/*", "~/../x", "~/a?", "~/[ab]", "~user/x", "$(brew --prefix)/bin/x"})
+    for (const char* refused :
+         {"/Library/Foo", "~/Library/*", "~/../x", "~/a?", "~/[ab]", "~user/x", "$(brew --prefix)/bin/x"})
         EXPECT_EQ(zapPath(refused, "/Users/me"), std::nullopt) << refused;
 
     const std::vector<CaskRecord> casks = {{"Bad", "/c", {"Foo.app"}, false, {}},
@@ -159,7 +166,8 @@ TEST(Caskrooms, ReceiptsThenKeptDefinitions) {
     writeFile(room + "/everything/.metadata/1.2.3/20240709032016.445/Casks/everything.json",
               capture("cask-api-json-FORMAT-FIXTURE-homebrew-everything.json"));
     // Ruby that is not valid UTF-8 is repaired, not refused.
-    writeFile(room + "/legacy/.metadata/2/20200101000000.000/Casks/legacy.rb", "# \xFF\nsapp \"x\"\napp \"Legacy \xE2.app\"\n");
+    writeFile(room + "/legacy/.metadata/2/20200101000000.000/Casks/legacy.rb",
+              "# \xFF\nsapp \"x\"\napp \"Legacy \xE2.app\"\n");
     writeFile(room + "/broken/.metadata/INSTALL_RECEIPT.json", "{");
     writeFile(room + "/Upper/.metadata/INSTALL_RECEIPT.json", receipt);
     fs::create_directories(room + "/empty");

@@ -13,7 +13,9 @@
 
 namespace orvane {
 
-void PrintTo(const ReceiptLeftover& row, std::ostream* os) { *os << row.path << " (" << row.packageID << ")"; }
+void PrintTo(const ReceiptLeftover& row, std::ostream* os) {
+    *os << row.path << " (" << row.packageID << ")";
+}
 
 namespace {
 
@@ -25,9 +27,9 @@ std::string capture(const std::string& name) {
 }
 
 TEST(PkgutilText, PackagesAndPlacesFromCaptures) {
-    EXPECT_EQ(parsePkgFileInfo(capture("file-info-leopard-10.5-multiple-pkgids-puredarwin.txt")),
-              (Paths{"com.apple.pkg.BaseSystem", "com.apple.pkg.update.os.10.5.1",
-                     "com.apple.pkg.update.os.10.5.3.combo"}));
+    EXPECT_EQ(
+        parsePkgFileInfo(capture("file-info-leopard-10.5-multiple-pkgids-puredarwin.txt")),
+        (Paths{"com.apple.pkg.BaseSystem", "com.apple.pkg.update.os.10.5.1", "com.apple.pkg.update.os.10.5.3.combo"}));
     EXPECT_EQ(parsePkgFileInfo(capture("file-info-unowned-usr-bin-cc-ANNOTATION-REMOVED.txt")), Paths{});
     EXPECT_EQ(parsePkgFileInfo(" \tpackage-id:  com.x.y \n\npkgid: \nPKGID: up\n"), Paths{"com.x.y"});
 
@@ -36,7 +38,8 @@ TEST(PkgutilText, PackagesAndPlacesFromCaptures) {
               (PkgInstallPlace{"/", "Library/Java/JavaVirtualMachines/adoptopenjdk-8.jdk"}));
     EXPECT_EQ(parsePkgInfo(capture("pkg-info-2025-qupath-version0-qupath1961-USER-TRIMMED.txt")),
               (PkgInstallPlace{"/", "Applications"}));
-    EXPECT_EQ(parsePkgInfo("volume: /Volumes/A\nlocation: x\nvolume: /Volumes/B\n"), (PkgInstallPlace{"/Volumes/B", "x"}));
+    EXPECT_EQ(parsePkgInfo("volume: /Volumes/A\nlocation: x\nvolume: /Volumes/B\n"),
+              (PkgInstallPlace{"/Volumes/B", "x"}));
     EXPECT_EQ(parsePkgInfo(""), (PkgInstallPlace{"/", ""}));
 }
 
@@ -61,10 +64,12 @@ TEST(PkgutilText, ReceiptPathsAreAbsoluteAndTidy) {
 }
 
 class ReceiptTree : public ::testing::Test {
-protected:
+  protected:
     void make(const std::string& relative, bool folder = false) {
-        if (folder) fs::create_directories(root_ + relative);
-        else orvane::testing::writeFile(root_ + relative, "x");
+        if (folder)
+            fs::create_directories(root_ + relative);
+        else
+            orvane::testing::writeFile(root_ + relative, "x");
     }
     Paths leftovers(const Paths& relative, std::size_t limit = 50) const {
         Paths named;
@@ -78,8 +83,9 @@ protected:
             if (ec) return std::nullopt;
             return names;
         };
-        Paths found = receiptLeftovers(named, root_ + "/Applications/Foo.app/", root_ + "/Users/me",
-                                       [](const std::string& p) { return fs::exists(p); }, isDirectory, list, limit);
+        Paths found = receiptLeftovers(
+            named, root_ + "/Applications/Foo.app/", root_ + "/Users/me",
+            [](const std::string& p) { return fs::exists(p); }, isDirectory, list, limit);
         for (auto& f : found) f.erase(0, root_.size());
         return found;
     }
@@ -105,10 +111,10 @@ TEST_F(ReceiptTree, TopmostOwnedPathsOnly) {
     make("/Applications/Foo.app/Contents/Info.plist");
     make("/Applications/Other.app/Contents/Plugin");
     make("/Users/me/Library/Foo.plist");
-    EXPECT_EQ(leftovers({"/Applications/Foo.app", "/Applications/Foo.app/Contents/Info.plist",
-                         "/Applications/Other.app/Contents/Plugin", "/Users/me/Library/Foo.plist",
-                         "/Library/Gone.plist"}),
-              Paths{});
+    EXPECT_EQ(
+        leftovers({"/Applications/Foo.app", "/Applications/Foo.app/Contents/Info.plist",
+                   "/Applications/Other.app/Contents/Plugin", "/Users/me/Library/Foo.plist", "/Library/Gone.plist"}),
+        Paths{});
 }
 
 TEST_F(ReceiptTree, StopsAtTheLimit) {
