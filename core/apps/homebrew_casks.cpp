@@ -300,9 +300,11 @@ InvocationResult runInvocation(const std::string& executable, const std::vector<
         std::this_thread::sleep_for(kPollInterval);
     if (done == 0) {
         ::kill(pid, SIGTERM);
-        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        while ((done = ::waitpid(pid, &status, 0)) < 0 && errno == EINTR) {
         }
     }
+    // Without a status from the system there is no honest one to give.
+    const bool reaped = done == pid;
 
     // A grandchild may keep the pipe open: take what is there now and stop waiting for the end.
     stop = true;
@@ -315,7 +317,10 @@ InvocationResult runInvocation(const std::string& executable, const std::vector<
     }
     ::close(fds[0]);
 
-    const std::int32_t code = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? WTERMSIG(status) : -1;
+    const std::int32_t code = !reaped               ? -1
+                              : WIFEXITED(status)   ? WEXITSTATUS(status)
+                              : WIFSIGNALED(status) ? WTERMSIG(status)
+                                                    : -1;
     std::lock_guard guard(lock);
     return {code, repairedUTF8(buffer)};
 }
