@@ -240,7 +240,7 @@ std::vector<std::string> emptyApplicationsFolders(std::string_view root,
             continue;
         if (!entry.contents) continue;
         if (std::all_of(entry.contents->begin(), entry.contents->end(),
-                        [](const std::string& name) { return contains(finderOnlyFiles, name); }))
+                        [](const std::string& name) { return isFinderOnlyFile(name); }))
             empty.push_back(appendingPathComponent(root, entry.name));
     }
     return empty;

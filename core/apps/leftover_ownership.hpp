@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/apps/finder_only_files.hpp"
+
 namespace orvane {
 
 // The system's identifiers and those of frameworks embedded in many apps: never offered. A name
@@ -145,10 +147,6 @@ inline constexpr std::array<std::string_view, 13> pluginExtensions = {
     "component",   "vst",        "vst3",     "clap",  "aaxplugin", "plugin", "driver",
     "qlgenerator", "mdimporter", "prefpane", "saver", "appex",     "bundle",
 };
-
-// What Finder leaves in a folder it has shown; a folder holding only these is empty to a person.
-inline constexpr std::array<std::string_view, 3> finderOnlyFiles = {".DS_Store", "Icon\r",
-                                                                    ".localized"};
 
 // Team ids of installed apps as written (upper case), or none while they cannot be read: then a
 // name that starts with a team id is always kept.
