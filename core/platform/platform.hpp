@@ -12,10 +12,18 @@
 
 namespace orvane::platform {
 
-// File flags as macOS's st_flags carries them; on Linux no file has any.
-inline constexpr std::uint32_t kFlagCompressed = 0x00000020;  // UF_COMPRESSED
-inline constexpr std::uint32_t kFlagRestricted = 0x00080000;  // SF_RESTRICTED: System Integrity Protection
-inline constexpr std::uint32_t kFlagNoUnlink = 0x00100000;    // SF_NOUNLINK
+// File flags as macOS's st_flags carries them. Linux has only the locks: lstatFacts reports a file
+// made immutable or append-only (chattr +i, +a) as the system flag, since only a privileged
+// process may lift it there too.
+inline constexpr std::uint32_t kFlagUserImmutable = 0x00000002;    // UF_IMMUTABLE
+inline constexpr std::uint32_t kFlagUserAppend = 0x00000004;       // UF_APPEND
+inline constexpr std::uint32_t kFlagCompressed = 0x00000020;       // UF_COMPRESSED
+inline constexpr std::uint32_t kFlagSystemImmutable = 0x00020000;  // SF_IMMUTABLE
+inline constexpr std::uint32_t kFlagSystemAppend = 0x00040000;     // SF_APPEND
+inline constexpr std::uint32_t kFlagRestricted = 0x00080000;       // SF_RESTRICTED: System Integrity Protection
+inline constexpr std::uint32_t kFlagNoUnlink = 0x00100000;         // SF_NOUNLINK
+// The flags that refuse a removal even to the owner.
+inline constexpr std::uint32_t kFlagsLocked = kFlagUserImmutable | kFlagUserAppend | kFlagSystemImmutable | kFlagSystemAppend;
 
 // What lstat/fstat tell of one directory entry.
 struct FileFacts {

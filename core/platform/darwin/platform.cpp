@@ -38,6 +38,8 @@ FileFacts factsOf(const struct stat& st) {
     return facts;
 }
 
+std::uint32_t lockFlagsOf(const std::string&) { return 0; }  // st_flags already holds them
+
 std::optional<std::string> descriptorPath(int fd) {
     char buffer[MAXPATHLEN];
     if (::fcntl(fd, F_GETPATH, buffer) != 0) return std::nullopt;

@@ -36,6 +36,18 @@ FileFacts factsOf(const struct stat& st) {
     return facts;
 }
 
+// statx tells the attributes without opening the file, so a link or a FIFO is asked as safely as
+// lstat asks it. A path statx cannot reach (longer than PATH_MAX) shows no lock.
+std::uint32_t lockFlagsOf(const std::string& path) {
+    struct statx sx{};
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, 0, &sx) != 0) return 0;
+    const auto known = sx.stx_attributes_mask & sx.stx_attributes;
+    std::uint32_t flags = 0;
+    if (known & STATX_ATTR_IMMUTABLE) flags |= kFlagSystemImmutable;
+    if (known & STATX_ATTR_APPEND) flags |= kFlagSystemAppend;
+    return flags;
+}
+
 std::optional<std::string> descriptorPath(int fd) {
     std::string link = "/proc/self/fd/" + std::to_string(fd);
     char buffer[PATH_MAX + 1];

@@ -13,6 +13,8 @@
 namespace orvane::platform {
 
 FileFacts factsOf(const struct stat& st);  // defined per system: st_flags exists only on macOS
+// Flags the stat call cannot give, links not followed; defined per system.
+std::uint32_t lockFlagsOf(const std::string& path);
 
 bool FileFacts::isDirectory() const { return S_ISDIR(mode); }
 bool FileFacts::isSymlink() const { return S_ISLNK(mode); }
@@ -61,7 +63,9 @@ std::optional<FileFacts> lstatFacts(const std::string& path) {
     if (path.size() >= PATH_MAX) return lstatByComponents(path);
     struct stat st{};
     if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
-    return factsOf(st);
+    auto facts = factsOf(st);
+    facts.flags |= lockFlagsOf(path);
+    return facts;
 }
 
 bool isAdministrator(std::uint32_t uid) {
