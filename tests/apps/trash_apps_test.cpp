@@ -17,21 +17,16 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string infoPlist(const std::string& entries) {
-    return R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0"><dict>)" +
-           entries + "</dict></plist>\n";
+    return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>)" + entries + "</dict></plist>";
 }
 
 TEST(AppsInTrash, NamesLoseTheFindersRenaming) {
     const std::pair<const char*, const char*> cases[] = {
         {"Foo.app", "Foo"},
-        {"Foo.APP", "Foo"},
         {"Foo 12-04-33", "Foo"},
         {"Foo.app 12-04-33", "Foo"},
         {"Foo.app 2-04-33-2", "Foo"},
         {"Foo 12-04-33.app", "Foo"},
-        {"Version 2.app", "Version 2"},
         {"Foo 123-04-33", "Foo 123-04-33"},
         {"Foo.app 12-04-33 copy", "Foo.app 12-04-33 copy"},
     };
@@ -60,7 +55,7 @@ TEST(AppsInTrash, StaleJobsAreMatchedByLabelPathOrIdentifier) {
         {"com.acmex.agent", std::nullopt, std::nullopt},                         // nobody: not a dotted extension
         {"abcde12345.com.acme.x", std::nullopt, std::nullopt},                   // nobody: not a team
         {"net.job", std::nullopt, trash + "/Acme.app/Contents/MacOS/job"},       // acme, by path
-        {"net.other", std::nullopt, trash + "/Acme.app2/job"},                   // nobody
+        {"net.other", std::nullopt, trash + "/Acme.app2/job"},                   // nobody: a neighbour
         {"net.child", "COM.ACME", std::nullopt},                                 // acme, by parent
         {"COM.ZED.AGENT", std::nullopt, std::nullopt},                           // zed, embedded
         {"ABCDE12345.com.zed.agent", std::nullopt, std::nullopt},                // zed, embedded once bare
@@ -85,12 +80,6 @@ TEST(AppsInTrash, NeedsAdminForLocksUnlistableFoldersAndLargeTrees) {
     EXPECT_TRUE(trashAppNeedsAdmin(bundle, 0));
     EXPECT_TRUE(trashAppNeedsAdmin(temp / "Gone.app", 10));
 
-    if (::geteuid() != 0) {
-        fs::permissions(bundle + "/Contents", fs::perms::owner_write, fs::perm_options::remove);
-        EXPECT_TRUE(trashAppNeedsAdmin(bundle, 10));
-        fs::permissions(bundle + "/Contents", fs::perms::owner_write, fs::perm_options::add);
-    }
-
     const std::string lock = "chattr +i '" + app + "' 2>/dev/null";
     if (std::system(lock.c_str()) != 0)
         GTEST_SKIP() << "chattr +i needs root and a file system with the immutable attribute";
@@ -99,42 +88,40 @@ TEST(AppsInTrash, NeedsAdminForLocksUnlistableFoldersAndLargeTrees) {
     EXPECT_TRUE(locked);
 }
 
-class AppsInTrashScan : public ::testing::Test {
-protected:
+TEST(AppsInTrash, ScanFindsRenamedAppsWithTheirPlistsAndLabels) {
     orvane::testing::TempDir home_;
-};
-
-TEST_F(AppsInTrashScan, FindsRenamedAppsWithTheirPlistsAndLabels) {
     home_.write(".Trash/Foo.app 12-04-33/Contents/Info.plist",
                 infoPlist("<key>CFBundleIdentifier</key><string>com.acme.foo</string>"
                           "<key>CFBundleDisplayName</key><string>Foo Pro</string>"
                           "<key>CFBundleName</key><string>Foo</string>"));
     home_.write(".Trash/Foo.app 12-04-33/Contents/Library/LaunchAgents/com.acme.foo.agent.plist",
-                infoPlist("<key>Label</key><string>com.acme.foo.agent</string>"
-                          "<key>Program</key><string>/usr/bin/true</string>"));
+                infoPlist("<key>Label</key><string>com.acme.foo.agent</string>"));
     home_.write(".Trash/Zed.APP/Contents/Info.plist", infoPlist("<key>CFBundleName</key><string>Zed</string>"));
     home_.write(".Trash/a.app/Contents/Info.plist", "not a property list");
+    home_.write(".Trash/Bar.APP 1-02-03/Contents/Info.plist", "");
     home_.mkdir(".Trash/X.app/Contents");
-    home_.write(".Trash/abc");
+    home_.write(".Trash/abc");  // too short to be an app, and not one
     home_.write(".Trash/notes.txt");
 
     const auto report = TrashApps::scanDetailed(home_.path(), true);
     const std::string trash = home_ / ".Trash";
     const std::vector<TrashAppInfo> apps = {
+        {"Bar.APP 1-02-03", trash + "/Bar.APP 1-02-03", "", {}, std::nullopt},
         {"Foo.app 12-04-33", trash + "/Foo.app 12-04-33", "com.acme.foo", {"com.acme.foo.agent"}, "Foo Pro"},
         {"Zed.APP", trash + "/Zed.APP", "", {}, "Zed"},
         {"a.app", trash + "/a.app", "", {}, std::nullopt},
     };
     EXPECT_EQ(report.apps, apps);
-    EXPECT_EQ(report.listed, 6);
+    EXPECT_EQ(report.listed, 7);
     struct stat st{};
     ASSERT_EQ(::lstat(trash.c_str(), &st), 0);
-    EXPECT_EQ(report.summary(), "listed 6, apps 3, links " + std::to_string(st.st_nlink) +
+    EXPECT_EQ(report.summary(), "listed 7, apps 4, links " + std::to_string(st.st_nlink) +
                                     ", Full Disk Access yes, readable yes");
     EXPECT_EQ(TrashApps::scan(home_.path()), (TrashApps::ScanResult{apps, true}));
 }
 
-TEST_F(AppsInTrashScan, SaysWhenTheTrashCannotBeListed) {
+TEST(AppsInTrash, ScanSaysWhenTheTrashCannotBeListed) {
+    orvane::testing::TempDir home_;
     auto report = TrashApps::scanDetailed(home_.path(), false);
     EXPECT_EQ(report.summary(), "listed refused, apps 0, links ?, Full Disk Access no, readable no");
     EXPECT_EQ(report.listed, std::nullopt);
@@ -143,15 +130,6 @@ TEST_F(AppsInTrashScan, SaysWhenTheTrashCannotBeListed) {
     report = TrashApps::scanDetailed(home_.path(), true);
     EXPECT_EQ(report.summary(), "listed refused, apps 0, links 1, Full Disk Access yes, readable no");
     EXPECT_EQ(TrashApps::scan(home_.path()), (TrashApps::ScanResult{}));
-}
-
-TEST_F(AppsInTrashScan, DeletesAsTheRunningUser) {
-    home_.write(".Trash/Some.app/Contents/MacOS/Some");
-    const auto outcomes = TrashApps::deleteAsUser({"Some.app", "Gone.app"}, home_.path());
-    ASSERT_EQ(outcomes.size(), 2u);
-    EXPECT_TRUE(outcomes[0].deleted);
-    EXPECT_EQ(outcomes[1].reason, "it's no longer in the Trash");
-    EXPECT_FALSE(fs::exists(home_ / ".Trash/Some.app"));
 }
 
 }  // namespace
