@@ -114,5 +114,7 @@ void addProtectCommands(Registry& registry);
 void addUnreadableCommand(Registry& registry);
 void addStorageCommand(Registry& registry);
 void addStartupCommand(Registry& registry);
+void addLeftoversCommands(Registry& registry);
+void addTrashAppsCommands(Registry& registry);
 
 }  // namespace orvane::cli

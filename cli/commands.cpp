@@ -8,6 +8,8 @@ void registerCommands(Registry& registry) {
     addDuCommand(registry);
     addStorageCommand(registry);
     addStartupCommand(registry);
+    addLeftoversCommands(registry);  // leftovers, uninstall
+    addTrashAppsCommands(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

@@ -105,10 +105,10 @@ DeleteVerdict onDiskDeleteVerdict(std::string_view path, bool permanently, const
     return deleteVerdict(path, permanently, false, isSymlink, pathTraversesSymlink(path, facts), facts);
 }
 
-std::vector<PathVerdict> leftoverCommitVerdict(const std::vector<std::string>& paths) {
+std::vector<PathVerdict> leftoverCommitVerdict(const std::vector<std::string>& paths, const Facts& facts) {
     std::vector<PathVerdict> verdicts;
     verdicts.reserve(paths.size());
-    for (const auto& path : paths) verdicts.push_back({path, onDiskDeleteVerdict(path, false)});
+    for (const auto& path : paths) verdicts.push_back({path, onDiskDeleteVerdict(path, false, facts)});
     return verdicts;
 }
 

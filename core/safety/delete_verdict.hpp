@@ -90,7 +90,8 @@ struct PathVerdict {
 };
 
 // The leftovers of an app, each judged for the Trash, in the given order.
-std::vector<PathVerdict> leftoverCommitVerdict(const std::vector<std::string>& paths);
+std::vector<PathVerdict> leftoverCommitVerdict(const std::vector<std::string>& paths,
+                                              const Facts& facts = Facts::real());
 
 // An entry of a Trash folder, judged for removal for good. None for a name that is no single
 // entry ("", ".", "..", or holding "/" or NUL): such a name is not even considered.

@@ -1,0 +1,123 @@
+#include "core/apps/leftovers.hpp"
+
+#include <algorithm>
+
+#include "core/apps/app_groups.hpp"
+#include "core/apps/installed_identifiers.hpp"
+#include "core/common/path.hpp"
+#include "core/common/property_list.hpp"
+#include "core/common/text.hpp"
+#include "core/startup/startup_items.hpp"
+
+namespace orvane {
+
+namespace {
+
+constexpr std::string_view kGroupContainers = "Library/Group Containers";
+constexpr std::string_view kSupportFolder = "Application Support";
+
+bool isVisibleName(std::string_view name) {
+    return !name.empty() && name != "." && name != "..";
+}
+
+// A launch job whose program is still on the disk is live software, whatever its name says: a
+// daemon installed by a package has no app to be found by.
+bool runsAProgramThatIsThere(const std::string& folder, const std::string& plist, const Facts& facts) {
+    const std::string name = lastPathComponent(folder);
+    if (name != "LaunchAgents" && name != "LaunchDaemons") return false;
+    const auto dictionary = readPropertyListDictionary(plist, facts);
+    if (!dictionary) return false;
+    const auto program = launchItemProgram(*dictionary);
+    return program && program->starts_with('/') && facts.exists(*program);
+}
+
+// One entry of a Library folder judged by the rules that fit its folder; none keeps it.
+std::optional<LeftoverRow> judged(const std::string& folder, const FolderEntry& entry, bool inGroupContainers,
+                                  bool machineWide, const LeftoverOwners& owners, const Facts& facts) {
+    const std::string path = appendingPathComponent(folder, entry.name);
+    if (inGroupContainers) {
+        if (isOrphanedGroupContainer(entry.name, owners.teams, owners.bundleIDs))
+            return LeftoverRow{path, LeftoverRule::groupContainer, groupContainerParts(entry.name).base};
+        return std::nullopt;
+    }
+    if (auto owner = orphanOwner(entry.name, owners.bundleIDs, owners.teams))
+        if (!reverseDNSLeftoverOwned(entry.name, owners.bundleIDs, owners.claimedGroups) &&
+            !runsAProgramThatIsThere(folder, path, facts))
+            return LeftoverRow{path, LeftoverRule::reverseDNS, std::move(*owner)};
+    if (lastPathComponent(folder) != kSupportFolder || !entry.isFolder) return std::nullopt;
+    if (!freeformLeftoverOffered(entry.name, owners.names, owners.bundleIDs)) return std::nullopt;
+    if (machineWide && systemSupportFolderOwned(entry.name, owners.names, owners.bundleIDs)) return std::nullopt;
+    const auto curated = std::find_if(curatedFreeformLeftovers.begin(), curatedFreeformLeftovers.end(),
+                                      [&](const FreeformLeftover& row) { return row.folder == entry.name; });
+    return LeftoverRow{path, LeftoverRule::freeform, std::string(curated->bundleIDs.front())};
+}
+
+std::vector<LeftoverRow> emptyApplicationsFolderRows(const Facts& facts) {
+    std::vector<LeftoverRow> rows;
+    const std::string applications = "/Applications";
+    std::vector<ApplicationsEntry> entries;
+    for (const auto& entry : sortedEntries(applications, facts, isVisibleName)) {
+        ApplicationsEntry listed{entry.name, entry.isFolder, std::nullopt};
+        if (entry.isFolder)
+            if (auto contents = facts.list(appendingPathComponent(applications, entry.name))) {
+                listed.contents.emplace();
+                for (const auto& child : *contents) listed.contents->push_back(child.name);
+            }
+        entries.push_back(std::move(listed));
+    }
+    for (auto& path : emptyApplicationsFolders(applications, entries))
+        rows.push_back(LeftoverRow{std::move(path), LeftoverRule::emptyFolder, std::nullopt});
+    return rows;
+}
+
+}  // namespace
+
+std::string_view rawValue(LeftoverRule rule) {
+    switch (rule) {
+        case LeftoverRule::reverseDNS: return "reverseDNS";
+        case LeftoverRule::groupContainer: return "groupContainer";
+        case LeftoverRule::freeform: return "freeform";
+        case LeftoverRule::emptyFolder: return "emptyFolder";
+    }
+    return "reverseDNS";
+}
+
+LeftoverOwners leftoverOwners(const std::vector<AppRef>& apps, const std::string& home, const Facts& facts) {
+    LeftoverOwners owners;
+    std::vector<std::string> paths;
+    for (const auto& app : apps) {
+        paths.push_back(app.path);
+        if (!app.name.empty()) owners.names.insert(lowercased(app.name));
+        if (app.bundleID.empty()) owners.unidentified.push_back(app.path);
+        else owners.bundleIDs.insert(lowercased(app.bundleID));
+    }
+    std::vector<std::string_view> pluginPlaces(pluginFolders.begin(), pluginFolders.end());
+    owners.bundleIDs.merge(installedPluginBundleIDs(pluginPlaces, home, facts));
+    owners.claimedGroups = claimedAppGroups(paths, facts);
+    return owners;
+}
+
+std::vector<LeftoverRow> leftoverRows(const std::string& home, const LeftoverOwners& owners, const Facts& facts) {
+    std::vector<LeftoverRow> rows;
+    auto walk = [&](const std::string& folder, bool inGroupContainers, bool machineWide) {
+        for (const auto& entry : sortedEntries(folder, facts, isVisibleName))
+            if (auto row = judged(folder, entry, inGroupContainers, machineWide, owners, facts)) rows.push_back(std::move(*row));
+    };
+    // Any name might be the data of an app that was missed or whose identity is unknown.
+    if (owners.judgeable()) {
+        for (const auto relative : orphanUserDirs)
+            walk(appendingPathComponent(home, relative), relative == kGroupContainers, false);
+        for (const auto folder : orphanSystemDirs) walk(std::string(folder), false, true);
+    }
+    for (auto& row : emptyApplicationsFolderRows(facts)) rows.push_back(std::move(row));
+    return rows;
+}
+
+bool leftoverBelongsTo(const LeftoverRow& row, std::string_view base) {
+    if (!row.id || base.empty()) return false;
+    const std::string id = lowercased(*row.id);
+    const std::string owner = lowercased(base);
+    return id == owner || (id.starts_with(owner) && id.size() > owner.size() && id[owner.size()] == '.');
+}
+
+}  // namespace orvane

@@ -1,0 +1,150 @@
+// orvane leftovers, uninstall and trash-apps end to end: on the recorded Mac with its Homebrew
+// cask, and on a real home whose removals land in the ledger's test Trash.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/run_orvane.hpp"
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::CommandCase;
+using C = CommandCase;
+const std::string kAlex = std::string("--replay ") + TEST_DATA_DIR + "/replay/alex ";
+
+std::string info(std::string_view id) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+           "<string>" + std::string(id) + "</string></dict></plist>\n";
+}
+
+std::vector<std::string> field(const nlohmann::json& rows, const char* key) {
+    std::vector<std::string> values;
+    for (const auto& row : rows) values.push_back(row.value(key, "-"));
+    return values;
+}
+
+TEST(AppsCommands, TheRecordedMac) {
+    testing::TempDir scratch;
+    auto o = testing::runOrvane(kAlex + "leftovers --json", scratch.path());
+    ASSERT_EQ(o.status, 0) << o.err;
+    auto json = nlohmann::json::parse(o.out);
+    // Docker and Vendor are installed: nothing of theirs; sizes are not measured on a recording.
+    EXPECT_EQ(field(json["leftovers"], "path"),
+              (std::vector<std::string>{
+                  "/Users/alex/Library/Preferences/com.oldvendor.gone.plist",
+                  "/Users/alex/Library/Caches/com.oldvendor.gone",
+                  "/Users/alex/Library/Application Support/Firefox",
+                  "/Users/alex/Library/LaunchAgents/com.spotify.webhelper.plist.disabled-by-orvane",
+                  "/Applications/Old Tools",
+              }));
+    EXPECT_EQ(json["leftovers"][2], (nlohmann::json{{"path", "/Users/alex/Library/Application Support/Firefox"},
+                                                    {"rule", "freeform"},
+                                                    {"id", "org.mozilla.firefox"}}));
+    EXPECT_EQ(field(json["leftovers"], "rule").back(), "emptyFolder");
+    EXPECT_FALSE(json.contains("totalBytes"));
+
+    o = testing::runOrvane(kAlex + "uninstall /Applications/Docker.app --dry-run --json", scratch.path());
+    ASSERT_EQ(o.status, 0) << o.err;
+    json = nlohmann::json::parse(o.out);
+    EXPECT_EQ(json["cask"], (nlohmann::json{{"token", "docker"}, {"command", "brew uninstall --cask docker"}, {"needsAdmin", true}}));
+    // Homebrew removes the bundle; what the app left comes first, then what the cask's own list adds.
+    EXPECT_EQ(field(json["rows"], "path"), (std::vector<std::string>{
+                                               "/Users/alex/Library/Preferences/com.docker.docker.plist",
+                                               "/Users/alex/Library/Containers/com.docker.docker",
+                                               "/Users/alex/.docker",
+                                           }));
+    EXPECT_EQ(field(json["rows"], "source"), (std::vector<std::string>{"leftover", "leftover", "zap"}));
+
+    const C cases[] = {
+        {kAlex + "uninstall /Applications/Docker.app --dry-run", 0, C::out, "    brew uninstall --cask docker   (Homebrew will ask for an administrator's password)\n", C::contains},
+        {kAlex + "uninstall /Applications/Docker.app --yes", 1, C::out,
+         "Would run brew uninstall --cask docker.\nWould move /Users/alex/Library/Preferences/com.docker.docker.plist to the "
+         "Trash.\n",
+         C::contains},
+        {kAlex + "uninstall /Applications/Docker.app --yes", 1, C::err,
+         "orvane: Nothing was changed: this is a recorded Mac.\n"},
+        {kAlex + "uninstall /Applications/Nothing.app", 2, C::err, "/Applications/Nothing.app does not exist", C::contains},
+        {kAlex + "uninstall '/Applications/Old Tools'", 2, C::err, "has no Contents/Info.plist", C::contains},
+        {kAlex + "trash-apps delete Keepresso.app", 1, C::out,
+         "Would delete /Users/alex/.Trash/Keepresso.app for good.\n"},
+        {kAlex + "trash-apps", 0, C::out, "listed 2, apps 2, links 4, Full Disk Access yes, readable yes\n", C::contains},
+    };
+    testing::expectCommands(cases);
+
+    o = testing::runOrvane(kAlex + "trash-apps --json", scratch.path());
+    ASSERT_EQ(o.status, 0) << o.err;
+    json = nlohmann::json::parse(o.out);
+    EXPECT_EQ(field(json["apps"], "displayName"), (std::vector<std::string>{"Keepresso", "Notefox"}));
+    EXPECT_EQ(json["apps"][0]["stale"], (nlohmann::json{{"labels", {"sh.gyorgy.keepresso.helper"}}, {"confirmed", false}}));
+    EXPECT_FALSE(json["apps"][1].contains("stale"));
+    EXPECT_FALSE(json["apps"][0].contains("needsAdmin"));  // not known on a recording
+}
+
+// This machine: the app and its leftovers go to the ledger's Trash; what is not an app is refused.
+TEST(AppsCommands, UninstallInARealHome) {
+    testing::TempDir d;
+    const std::string app = d.write("Applications/Example.app/Contents/Info.plist", info("com.example.tool"));
+    const std::string prefs = d.write("Library/Preferences/com.example.tool.plist");
+    const std::string caches = d.write("Library/Caches/com.example.tool/Cache.db");
+    const std::string other = d.write("Library/Preferences/com.other.gone.plist");
+    const std::string env = "HOME=" + d.path();
+    const std::string ledger = " --ledger-dir " + d.path() + "/ledger ";
+    const std::string bundle = d.path() + "/Applications/Example.app";
+
+    // Not asked on a terminal and no --yes: nothing moves.
+    auto o = testing::runOrvane(ledger + "uninstall " + bundle, d.path(), env);
+    EXPECT_EQ(o.status, 1) << o.err;
+    EXPECT_NE(o.out.find("Nothing was removed: confirm on a terminal, or give --yes."), std::string::npos) << o.out;
+    EXPECT_TRUE(fs::exists(app));
+
+    o = testing::runOrvane(ledger + "leftovers --json", d.path(), env);
+    ASSERT_EQ(o.status, 0) << o.err;
+    auto json = nlohmann::json::parse(o.out);
+    EXPECT_EQ(field(json["leftovers"], "path"), std::vector<std::string>{other});
+    EXPECT_GT(json["leftovers"][0]["sizeBytes"].get<std::int64_t>(), 0);
+    EXPECT_EQ(json["totalBytes"], json["leftovers"][0]["sizeBytes"]);
+
+    o = testing::runOrvane(ledger + "uninstall " + bundle + " --yes --json", d.path(), env);
+    ASSERT_EQ(o.status, 0) << o.out << o.err;
+    json = nlohmann::json::parse(o.out);
+    EXPECT_EQ(field(json["rows"], "source"), (std::vector<std::string>{"bundle", "leftover", "leftover"}));
+    EXPECT_EQ(json["done"], true);
+    EXPECT_FALSE(fs::exists(bundle));
+    EXPECT_FALSE(fs::exists(prefs));
+    EXPECT_FALSE(fs::exists(fs::path(caches).parent_path()));
+    EXPECT_TRUE(fs::exists(d.path() + "/ledger/Trash/Example.app/Contents/Info.plist"));
+    EXPECT_TRUE(fs::exists(d.path() + "/ledger/Trash/com.example.tool.plist"));
+    EXPECT_TRUE(fs::exists(other));  // another app's, not this one's
+
+    const C cases[] = {
+        {"uninstall {D}/pipe.app", 2, C::err, "is not an app: an app is a folder", C::contains,
+         [](const testing::TempDir& t) { ::mkfifo((t.path() + "/pipe.app").c_str(), 0600); }},
+        {"uninstall {D}", 2, C::err, "has no Contents/Info.plist", C::contains},
+        {"uninstall {D}/gone.app --dry-run", 2, C::err, "does not exist", C::contains},
+    };
+    testing::expectCommands(cases);
+}
+
+TEST(AppsCommands, TrashAppsInARealHome) {
+    const C cases[] = {
+        {"trash-apps delete Foo.app", 0, C::out, "Foo.app: deleted\n", C::whole,
+         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", info("com.example.foo")); },
+         "HOME={D}"},
+        {"trash-apps delete Foo.app ../x.app", 1, C::out, "../x.app: not deleted — ", C::contains,
+         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", info("com.example.foo")); },
+         "HOME={D}"},
+        {"trash-apps", 0, C::out, "• Bar  (Bar.app 12-04-33)  com.example.bar\n", C::contains,
+         [](const testing::TempDir& t) { t.write(".Trash/Bar.app 12-04-33/Contents/Info.plist", info("com.example.bar")); },
+         "HOME={D}"},
+        {"trash-apps", 0, C::out, "The Trash ({D}/.Trash) could not be read", C::contains,
+         [](const testing::TempDir& t) { t.write(".Trash"); }, "HOME={D}"},
+    };
+    testing::expectCommands(cases);
+}
+
+}  // namespace
+}  // namespace orvane
