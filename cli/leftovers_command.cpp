@@ -98,8 +98,10 @@ Result runLeftovers(const Invocation& in) {
     if (rows.empty()) result.line("Nothing left behind by apps that are gone.");
     else result.add(table);
     if (!rows.empty()) {
-        std::string line = "Total: " + fmtBytes(total) + " in " + std::to_string(rows.size()) + " leftovers";
-        if (unmeasured > 0) line += " (" + std::to_string(unmeasured) + " not measured)";
+        const std::string count = std::to_string(rows.size()) + (rows.size() == 1 ? " leftover" : " leftovers");
+        std::string line = "Total: " + fmtBytes(total) + " in " + count;
+        if (unmeasured == rows.size()) line = count + ", whose sizes could not be measured";
+        else if (unmeasured > 0) line += " (" + std::to_string(unmeasured) + " not measured)";
         result.line();
         result.line(line + ". Nothing was removed.");
     }

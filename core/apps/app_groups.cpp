@@ -73,6 +73,7 @@ std::set<std::string> claimedAppGroups(const std::vector<std::string>& appPaths,
 }
 
 bool isClaimedByAppGroup(std::string_view name, const std::set<std::string>& claimed) {
+    if (claimed.empty()) return false;
     std::vector<std::string> candidates;
     for (auto candidate : {lowercased(name), lowercased(groupContainerParts(name).base)})
         if (candidate.find('.') != std::string::npos) candidates.push_back(std::move(candidate));

@@ -193,7 +193,12 @@ std::optional<std::string> zapPath(std::string_view path, std::string_view home)
     for (const std::string_view refused : {"*", "?", "[", ".."})
         if (path.find(refused) != std::string_view::npos) return std::nullopt;
     if (!path.starts_with("~/")) return std::nullopt;
-    return appendingPathComponent(home, path.substr(2));
+    // The home itself, or a spelling of it, is never one of its app's files.
+    const auto lexical = [](const std::string&) { return false; };
+    const std::string inside = standardizePath(appendingPathComponent(home, path.substr(2)), lexical);
+    const std::string root = standardizePath(home, lexical);
+    if (!inside.starts_with(root + "/")) return std::nullopt;
+    return inside;
 }
 
 std::optional<CaskRecord> caskForApp(std::string_view appPath, const std::vector<std::string>& applicationsRoots,

@@ -43,6 +43,34 @@ bool extendsAfterDot(std::string_view text, std::string_view prefix) {
     return text.size() > prefix.size() && text.starts_with(prefix) && text[prefix.size()] == '.';
 }
 
+// leftoverVendor without allocating.
+std::optional<std::string_view> vendorView(std::string_view id) {
+    if (id.empty() || id.front() == '.' || id.back() == '.' || id.find("..") != std::string_view::npos)
+        return std::nullopt;
+    const auto first = id.find('.');
+    const auto second = first == std::string_view::npos ? first : id.find('.', first + 1);
+    if (second == std::string_view::npos) return std::nullopt;
+    return id.substr(0, second);
+}
+
+bool isASCIILowercase(std::string_view text) {
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
+    });
+}
+
+// Identifiers are looked up in their sorted set rather than scanned: the leftovers pass asks about
+// thousands of names against hundreds of apps.
+bool someStartsWith(const std::set<std::string>& ids, const std::string& prefix) {
+    const auto it = ids.lower_bound(prefix);
+    return it != ids.end() && it->starts_with(prefix);
+}
+
+// The first piece of a name with a dot: an installed identifier of one piece that a name extends.
+std::string firstPiece(std::string_view name) {
+    return std::string(name.substr(0, name.find('.')));
+}
+
 bool isDenied(std::string_view name) {
     return std::any_of(orphanDenylistPrefixes.begin(), orphanDenylistPrefixes.end(),
                        [&](std::string_view entry) { return isOrExtends(name, entry); });
@@ -119,35 +147,42 @@ std::optional<std::string> orphanOwner(std::string_view entryName,
     else
         dropPrefix(name, "systemgroup.");
 
-    const auto pieces = splitKeepingEmpties(name);
-    if (pieces.size() < 3) return std::nullopt;
-    if (!std::all_of(pieces.begin(), pieces.end(),
-                     [](const std::string& piece) { return isIdentifierPiece(piece); }))
-        return std::nullopt;
-    if (isDenied(name)) return std::nullopt;
-    const std::string vendor = pieces[0] + "." + pieces[1];
-    for (const auto& installed : installedBundleIDs) {
-        if (installed.empty()) continue;
-        if (isOrExtends(name, installed) || extendsAfterDot(installed, name)) return std::nullopt;
-        // Vendors share support data between products: one installed app protects them all.
-        const auto installedPieces = splitKeepingEmpties(installed);
-        if (installedPieces.size() >= 2 && installedPieces[0] + "." + installedPieces[1] == vendor)
+    std::size_t pieces = 0;
+    std::size_t vendorEnd = std::string::npos;
+    for (std::size_t start = 0;; ++pieces) {
+        const auto dot = name.find('.', start);
+        if (!isIdentifierPiece(std::string_view(name).substr(start, dot == std::string::npos ? dot : dot - start)))
             return std::nullopt;
+        if (pieces == 1) vendorEnd = dot;
+        if (dot == std::string::npos) break;
+        start = dot + 1;
     }
+    if (pieces + 1 < 3) return std::nullopt;
+    if (isDenied(name)) return std::nullopt;
+    const std::string vendor = name.substr(0, vendorEnd);
+    // Vendors share support data between products: one installed app protects them all. Every
+    // identifier the name is, extends or is extended by shares its vendor, but for one of a
+    // single piece, so three lookups answer for the whole set.
+    if (installedBundleIDs.contains(vendor) || someStartsWith(installedBundleIDs, vendor + ".") ||
+        installedBundleIDs.contains(firstPiece(name)))
+        return std::nullopt;
     return name;
 }
 
 std::optional<std::string> leftoverVendor(std::string_view id) {
-    const auto pieces = splitKeepingEmpties(id);
-    if (pieces.size() < 3) return std::nullopt;
-    if (std::any_of(pieces.begin(), pieces.end(),
-                    [](const std::string& piece) { return piece.empty(); }))
-        return std::nullopt;
-    return pieces[0] + "." + pieces[1];
+    if (const auto vendor = vendorView(id)) return std::string(*vendor);
+    return std::nullopt;
 }
 
-bool reverseDNSLeftoverOwned(std::string_view rawName, const std::set<std::string>& installedIDs,
+bool reverseDNSLeftoverOwned(std::string_view name, const std::set<std::string>& installedIDs,
                              const std::set<std::string>& claimedGroups) {
+    if (std::all_of(installedIDs.begin(), installedIDs.end(), [](const std::string& id) { return isASCIILowercase(id); }))
+        return reverseDNSLeftoverOwnedLowercase(name, installedIDs, claimedGroups);
+    return reverseDNSLeftoverOwnedLowercase(name, lowercasedAll(installedIDs), claimedGroups);
+}
+
+bool reverseDNSLeftoverOwnedLowercase(std::string_view rawName, const std::set<std::string>& installedIDs,
+                                      const std::set<std::string>& claimedGroups) {
     // Whose a team is cannot be read yet, so a developer's own name for its data is always theirs.
     if (const auto dot = rawName.find('.');
         dot != std::string_view::npos && isTeamID(rawName.substr(0, dot)))
@@ -159,15 +194,17 @@ bool reverseDNSLeftoverOwned(std::string_view rawName, const std::set<std::strin
     dropPrefix(name, "systemgroup.");
     if (name.starts_with("com.apple") || name.starts_with("is.workflow")) return true;
     if (isDenied(name)) return true;
-    const auto vendor = leftoverVendor(name);
+    const auto vendor = vendorView(name);
     if (!vendor) return true;
-    for (const auto& raw : installedIDs) {
-        if (raw.empty()) continue;
-        const std::string installed = lowercased(raw);
-        if (isOrExtends(name, installed) || extendsAfterDot(installed, name) ||
-            leftoverVendor(installed) == vendor)
-            return true;
-    }
+    // What the name is or extends has its vendor when it has three pieces, so only one or two
+    // pieces need a lookup of their own; what extends the name is sought directly, since it may
+    // have an empty piece further on and then no vendor.
+    if (installedIDs.contains(firstPiece(name)) || installedIDs.contains(std::string(*vendor)) ||
+        someStartsWith(installedIDs, name + "."))
+        return true;
+    const std::string vendorDot = std::string(*vendor) + ".";
+    for (auto it = installedIDs.lower_bound(vendorDot); it != installedIDs.end() && it->starts_with(vendorDot); ++it)
+        if (vendorView(*it) == vendor) return true;
     return isClaimedByAppGroup(name, claimedGroups);
 }
 

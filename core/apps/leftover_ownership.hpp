@@ -172,6 +172,10 @@ std::optional<std::string> leftoverVendor(std::string_view id);
 // not judgeable, or led by a team id. Stricter than orphanOwner, for names that already passed it.
 bool reverseDNSLeftoverOwned(std::string_view name, const std::set<std::string>& installedIDs,
                              const std::set<std::string>& claimedGroups);
+// The same for identifiers the caller already holds in lower case, looked up rather than lowered
+// and scanned one by one: the leftovers pass asks it of thousands of names.
+bool reverseDNSLeftoverOwnedLowercase(std::string_view name, const std::set<std::string>& installedIDs,
+                                      const std::set<std::string>& claimedGroups);
 
 // Only a curated folder whose app is installed neither by name nor by identifier is offered.
 bool freeformLeftoverOffered(std::string_view name, const std::set<std::string>& installedNames,

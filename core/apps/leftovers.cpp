@@ -13,18 +13,31 @@ namespace orvane {
 
 namespace {
 
-constexpr std::string_view kGroupContainers = "Library/Group Containers";
+constexpr std::string_view kGroupContainers = "/Library/Group Containers";
 constexpr std::string_view kSupportFolder = "Application Support";
 
 bool isVisibleName(std::string_view name) {
     return !name.empty() && name != "." && name != "..";
 }
 
+// A Library folder and what its entries are judged by.
+struct LibraryFolder {
+    std::string path;
+    bool groupContainers = false;
+    bool machineWide = false;
+    bool support = false;  // an Application Support folder
+    bool launch = false;   // a LaunchAgents or LaunchDaemons folder
+};
+
+LibraryFolder libraryFolder(std::string path, bool machineWide) {
+    const std::string name = lastPathComponent(path);
+    return {path, path.ends_with(kGroupContainers), machineWide, name == kSupportFolder,
+            name == "LaunchAgents" || name == "LaunchDaemons"};
+}
+
 // A launch job whose program is still on the disk is live software, whatever its name says: a
 // daemon installed by a package has no app to be found by.
-bool runsAProgramThatIsThere(const std::string& folder, const std::string& plist, const Facts& facts) {
-    const std::string name = lastPathComponent(folder);
-    if (name != "LaunchAgents" && name != "LaunchDaemons") return false;
+bool runsAProgramThatIsThere(const std::string& plist, const Facts& facts) {
     const auto dictionary = readPropertyListDictionary(plist, facts);
     if (!dictionary) return false;
     const auto program = launchItemProgram(*dictionary);
@@ -32,24 +45,25 @@ bool runsAProgramThatIsThere(const std::string& folder, const std::string& plist
 }
 
 // One entry of a Library folder judged by the rules that fit its folder; none keeps it.
-std::optional<LeftoverRow> judged(const std::string& folder, const FolderEntry& entry, bool inGroupContainers,
-                                  bool machineWide, const LeftoverOwners& owners, const Facts& facts) {
-    const std::string path = appendingPathComponent(folder, entry.name);
-    if (inGroupContainers) {
+std::optional<LeftoverRow> judged(const LibraryFolder& folder, const FolderEntry& entry, const LeftoverOwners& owners,
+                                  const Facts& facts) {
+    const auto path = [&] { return appendingPathComponent(folder.path, entry.name); };
+    if (folder.groupContainers) {
         if (isOrphanedGroupContainer(entry.name, owners.teams, owners.bundleIDs))
-            return LeftoverRow{path, LeftoverRule::groupContainer, groupContainerParts(entry.name).base};
+            return LeftoverRow{path(), LeftoverRule::groupContainer, groupContainerParts(entry.name).base};
         return std::nullopt;
     }
     if (auto owner = orphanOwner(entry.name, owners.bundleIDs, owners.teams))
-        if (!reverseDNSLeftoverOwned(entry.name, owners.bundleIDs, owners.claimedGroups) &&
-            !runsAProgramThatIsThere(folder, path, facts))
-            return LeftoverRow{path, LeftoverRule::reverseDNS, std::move(*owner)};
-    if (lastPathComponent(folder) != kSupportFolder || !entry.isFolder) return std::nullopt;
+        if (!reverseDNSLeftoverOwnedLowercase(entry.name, owners.bundleIDs, owners.claimedGroups) &&
+            !(folder.launch && !entry.isFolder && runsAProgramThatIsThere(path(), facts)))
+            return LeftoverRow{path(), LeftoverRule::reverseDNS, std::move(*owner)};
+    if (!folder.support || !entry.isFolder) return std::nullopt;
     if (!freeformLeftoverOffered(entry.name, owners.names, owners.bundleIDs)) return std::nullopt;
-    if (machineWide && systemSupportFolderOwned(entry.name, owners.names, owners.bundleIDs)) return std::nullopt;
+    if (folder.machineWide && systemSupportFolderOwned(entry.name, owners.names, owners.bundleIDs))
+        return std::nullopt;
     const auto curated = std::find_if(curatedFreeformLeftovers.begin(), curatedFreeformLeftovers.end(),
                                       [&](const FreeformLeftover& row) { return row.folder == entry.name; });
-    return LeftoverRow{path, LeftoverRule::freeform, std::string(curated->bundleIDs.front())};
+    return LeftoverRow{path(), LeftoverRule::freeform, std::string(curated->bundleIDs.front())};
 }
 
 std::vector<LeftoverRow> emptyApplicationsFolderRows(const Facts& facts) {
@@ -99,15 +113,14 @@ LeftoverOwners leftoverOwners(const std::vector<AppRef>& apps, const std::string
 
 std::vector<LeftoverRow> leftoverRows(const std::string& home, const LeftoverOwners& owners, const Facts& facts) {
     std::vector<LeftoverRow> rows;
-    auto walk = [&](const std::string& folder, bool inGroupContainers, bool machineWide) {
-        for (const auto& entry : sortedEntries(folder, facts, isVisibleName))
-            if (auto row = judged(folder, entry, inGroupContainers, machineWide, owners, facts)) rows.push_back(std::move(*row));
+    auto walk = [&](const LibraryFolder& folder) {
+        for (const auto& entry : sortedEntries(folder.path, facts, isVisibleName))
+            if (auto row = judged(folder, entry, owners, facts)) rows.push_back(std::move(*row));
     };
     // Any name might be the data of an app that was missed or whose identity is unknown.
     if (owners.judgeable()) {
-        for (const auto relative : orphanUserDirs)
-            walk(appendingPathComponent(home, relative), relative == kGroupContainers, false);
-        for (const auto folder : orphanSystemDirs) walk(std::string(folder), false, true);
+        for (const auto relative : orphanUserDirs) walk(libraryFolder(appendingPathComponent(home, relative), false));
+        for (const auto folder : orphanSystemDirs) walk(libraryFolder(std::string(folder), true));
     }
     for (auto& row : emptyApplicationsFolderRows(facts)) rows.push_back(std::move(row));
     return rows;

@@ -134,6 +134,12 @@ std::string lowercased(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
+        // Most names are ASCII; the Unicode tables are for the rest.
+        if (const auto c = static_cast<unsigned char>(text[i]); c < 0x80) {
+            out += static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+            ++i;
+            continue;
+        }
         auto [cp, len] = decodeAt(text, i);
         if (cp < 0) {
             out += text[i];

@@ -101,7 +101,8 @@ TEST(CaskDefinitions, RubySourceLines) {
 TEST(CaskDefinitions, ZapPathsAndAppMatching) {
     EXPECT_EQ(zapPath("~/Library/Foo", "/Users/me"), "/Users/me/Library/Foo");
     for (const char* refused :
-         {"/Library/Foo", "~/Library/*", "~/../x", "~/a?", "~/[ab]", "~user/x", "$(brew --prefix)/bin/x"})
+         {"/Library/Foo", "~/Library/*", "~/../x", "~/a?", "~/[ab]", "~user/x", "$(brew --prefix)/bin/x", "~/", "~/.",
+          "~//", "~/./"})
         EXPECT_EQ(zapPath(refused, "/Users/me"), std::nullopt) << refused;
 
     const std::vector<CaskRecord> casks = {{"Bad", "/c", {"Foo.app"}, false, {}},
