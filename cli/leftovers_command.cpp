@@ -117,7 +117,8 @@ std::string requireAppBundle(const std::string& typed, const Facts& facts) {
     if (!bundle) throw OVError(app + " does not exist.");
     if (!bundle->isDirectory()) throw OVError(app + " is not an app: an app is a folder, and this is not one.");
     const auto info = facts.lstat(appendingPathComponent(app, "Contents/Info.plist"));
-    if (!info || !info->isRegularFile()) throw OVError(app + " is not an app: it has no Contents/Info.plist.");
+    if (!info) throw OVError(app + " is not an app: it has no Contents/Info.plist.");
+    if (!info->isRegularFile()) throw OVError(app + " is not an app: its Contents/Info.plist is not a file.");
     return app;
 }
 
@@ -175,7 +176,7 @@ std::string userName(std::uint32_t uid) {
     return fromEnvironment ? fromEnvironment : "";
 }
 
-// Outside the home the helper sets the item aside into the user's Trash, under a free name.
+// The helper sets an item aside into the user's Trash under a free name.
 std::optional<std::string> freeTrashName(const std::string& trash, const std::string& name, const Facts& facts) {
     for (int n = 1; n <= 100; ++n) {
         const std::string candidate =
@@ -191,12 +192,15 @@ struct Removal {
     std::string problem;
 };
 
+// The user moves what the user may (the home, an app in /Applications); the machine's Library,
+// and whatever the user was refused outside the home, is the helper's to set aside.
 Removal removeRow(const std::string& path, const LeftoversOptions& options, const Facts& facts) {
-    if (isAtOrBelow(path, facts.home(""))) {
+    const bool inHome = isAtOrBelow(path, facts.home(""));
+    if (inHome || !path.starts_with("/Library/")) {
         try {
             return {Ledger::moveToTrash(path), ""};
         } catch (const OVError& error) {
-            return {std::nullopt, error.what()};
+            if (inHome) return {std::nullopt, error.what()};
         }
     }
     const std::string trash = facts.home(".Trash");

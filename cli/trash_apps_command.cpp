@@ -54,7 +54,9 @@ Result runTrashApps(const Invocation& in) {
     const auto stale = staleTrashApps(report.apps, backgroundReferences(facts));
 
     Result result;
-    if (!report.readable)
+    if (!report.readable && !facts.lstat(facts.home(".Trash")))
+        result.line("There is no Trash folder (" + facts.home(".Trash") + "), so no apps in it.");
+    else if (!report.readable)
         result.line("The Trash (" + facts.home(".Trash") + ") could not be read, so its apps are unknown" +
                     (report.linkCount && *report.linkCount > 2 ? ", though it holds something." : "."));
     else if (report.apps.empty()) result.line("No apps in the Trash.");

@@ -9,6 +9,7 @@
 #include "core/common/json_files.hpp"
 #include "tests/cli/run_orvane.hpp"
 #include "tests/support/daemon.hpp"
+#include "tests/support/machine_lock.hpp"
 
 namespace orvane {
 namespace {
@@ -131,6 +132,7 @@ TEST(StartupCommand, OffAndOnInARealHome) {
 // An item under /Library goes through the daemon, which renames it as root.
 TEST(StartupCommand, ASystemItemThroughTheHelper) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the helper and to write /Library/LaunchDaemons";
+    testing::MachineFoldersLock lock;
     testing::TempDir d;
     const fs::path folder = "/Library/LaunchDaemons";
     const bool made = !fs::exists("/Library");
