@@ -200,3 +200,68 @@ std::string escapeControlCharacters(std::string_view text) {
 }
 
 }  // namespace orvane
+
+namespace orvane {
+
+namespace {
+
+// Case-folded and compatibility-decomposed, so that "Ａ" and "a" or "ß" and "ss" meet; text that is
+// not UTF-8 is compared as it stands, lower-cased.
+std::string folded(std::string_view text) {
+    utf8proc_uint8_t* out = nullptr;
+    const auto options = static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPAT | UTF8PROC_COMPOSE |
+                                                        UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
+    const auto n = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                static_cast<utf8proc_ssize_t>(text.size()), &out, options);
+    if (n < 0) return lowercased(text);
+    std::string result(reinterpret_cast<const char*>(out), static_cast<std::size_t>(n));
+    std::free(out);
+    return result;
+}
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+}  // namespace
+
+std::string uppercasedFirstCharacter(std::string_view text) {
+    if (text.empty()) return {};
+    const auto [cp, len] = decodeAt(text, 0);
+    if (cp < 0) return std::string(text);
+    utf8proc_uint8_t buffer[4];
+    const auto n = utf8proc_encode_char(utf8proc_toupper(cp), buffer);
+    return std::string(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(n)) + std::string(text.substr(len));
+}
+
+bool localizedCaseInsensitiveContains(std::string_view text, std::string_view query) {
+    if (query.empty()) return false;
+    return folded(text).find(folded(query)) != std::string::npos;
+}
+
+int localizedStandardCompare(std::string_view a, std::string_view b) {
+    const std::string x = folded(a), y = folded(b);
+    std::size_t i = 0, j = 0;
+    while (i < x.size() && j < y.size()) {
+        if (isDigit(x[i]) && isDigit(y[j])) {
+            std::size_t ei = i, ej = j;
+            while (ei < x.size() && isDigit(x[ei])) ++ei;
+            while (ej < y.size() && isDigit(y[ej])) ++ej;
+            // Leading zeros say nothing of the number; the longer run of what is left is larger.
+            std::size_t si = i, sj = j;
+            while (si + 1 < ei && x[si] == '0') ++si;
+            while (sj + 1 < ej && y[sj] == '0') ++sj;
+            if (ei - si != ej - sj) return ei - si < ej - sj ? -1 : 1;
+            if (const int c = x.compare(si, ei - si, y, sj, ej - sj); c != 0) return c < 0 ? -1 : 1;
+            i = ei;
+            j = ej;
+            continue;
+        }
+        if (x[i] != y[j]) return static_cast<unsigned char>(x[i]) < static_cast<unsigned char>(y[j]) ? -1 : 1;
+        ++i;
+        ++j;
+    }
+    if (i < x.size()) return 1;
+    if (j < y.size()) return -1;
+    return 0;
+}
+
+}  // namespace orvane

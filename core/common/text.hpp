@@ -35,6 +35,16 @@ std::string_view trimSpacesAndTabs(std::string_view text);
 // Unicode lower case, code point by code point; invalid UTF-8 bytes are kept as they are.
 std::string lowercased(std::string_view text);
 
+// The first character upper-cased and the rest as it stands ("iTerm" stays "ITerm").
+std::string uppercasedFirstCharacter(std::string_view text);
+
+// Whether `text` contains `query` with case and compatibility differences folded away (Unicode
+// case folding after NFKC), as a person searching a list expects.
+bool localizedCaseInsensitiveContains(std::string_view text, std::string_view query);
+// The order of names in a file browser: case ignored, and runs of digits compared as numbers, so
+// that "App 9" comes before "App 10". Negative, zero or positive like strcmp.
+int localizedStandardCompare(std::string_view a, std::string_view b);
+
 // Whether the text is well-formed UTF-8.
 bool isValidUTF8(std::string_view text);
 
