@@ -18,6 +18,7 @@ const Facts& Facts::real() {
         f.exists = fileExists;
         f.list = [](const std::string& path) { return listFolder(path); };
         f.read = [](const std::string& path, std::uint64_t maxBytes) { return readFile(path, maxBytes); };
+        f.readHead = readFileHead;
         f.resolve = [](const std::string& path) -> std::optional<std::string> {
             std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
             if (!resolved) return std::nullopt;

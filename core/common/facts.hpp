@@ -57,6 +57,8 @@ struct Facts {
     std::function<std::optional<std::vector<FolderEntry>>(const std::string&)> list;
     // A regular file's bytes within a bound, or why not (readFile's rules).
     std::function<FileRead(const std::string&, std::uint64_t maxBytes)> read;
+    // The first bytes of a regular file, at most `maxBytes` (readFileHead's rules).
+    std::function<FileRead(const std::string&, std::uint64_t maxBytes)> readHead;
     // The path with every link resolved; none when it cannot be reached.
     std::function<std::optional<std::string>(const std::string&)> resolve;
     // The entry itself, links not followed.

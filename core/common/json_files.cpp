@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -228,6 +229,22 @@ FileRead readFile(const std::string& path, std::uint64_t maxBytes) {
 }
 
 std::optional<std::string> readFile(const std::string& path) { return readFile(path, kDefaultReadBound).bytes; }
+
+FileRead readFileHead(const std::string& path, std::uint64_t maxBytes) {
+    RegularFile file(path);
+    if (!file.isOpen()) return {std::nullopt, file.failure()};
+    std::string content(static_cast<std::size_t>(std::min<std::uint64_t>(maxBytes, 65536)), '\0');
+    std::size_t filled = 0;
+    while (filled < content.size()) {
+        const ssize_t n = ::read(file.fd(), content.data() + filled, content.size() - filled);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return {std::nullopt, ReadFailure::unreadable};
+        if (n == 0) break;
+        filled += static_cast<std::size_t>(n);
+    }
+    content.resize(filled);
+    return {std::move(content), ReadFailure::unreadable};
+}
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
     std::string dir = deletingLastPathComponent(path);

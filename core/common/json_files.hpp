@@ -93,6 +93,9 @@ struct FileRead {
 FileRead readFile(const std::string& path, std::uint64_t maxBytes);
 // The same with a 256 MiB bound, for callers to whom the reason makes no difference.
 std::optional<std::string> readFile(const std::string& path);
+// At most the first `maxBytes` bytes of a regular file, opened as readFile opens it: for a header
+// of a file that may be far larger (an executable's).
+FileRead readFileHead(const std::string& path, std::uint64_t maxBytes);
 
 // An open descriptor on a regular file, taken as readFile takes it, for readers of a part of a
 // file (the end of a log). Closed with the object.

@@ -267,6 +267,11 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
         if (!place) return FileRead{std::nullopt, ReadFailure::missing};
         return readFile(host(*place), maxBytes);
     };
+    f.readHead = [recording, host](const std::string& path, std::uint64_t maxBytes) {
+        auto place = recordedPlace(*recording, path, false);
+        if (!place) return FileRead{std::nullopt, ReadFailure::missing};
+        return readFileHead(host(*place), maxBytes);
+    };
     f.home = [recording](std::string_view component) {
         return component.empty() ? recording->home : appendingPathComponent(recording->home, component);
     };

@@ -140,4 +140,7 @@ std::string userTempRoot();
 // when it cannot be read.
 std::optional<std::string> processPath(std::int32_t pid);
 
+// Whether the processor is Apple's own (sysctl "hw.optional.arm64" on macOS); false elsewhere.
+bool isAppleSilicon();
+
 }  // namespace orvane::platform

@@ -10,6 +10,7 @@
 #include <sys/un.h>
 #include <sys/param.h>
 #include <sys/stat.h>
+#include <sys/sysctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -121,6 +122,13 @@ std::optional<std::string> processPath(std::int32_t pid) {
     char buffer[4096] = {};
     if (proc_pidpath(pid, buffer, sizeof buffer) < 1) return std::nullopt;
     return std::string(buffer);
+}
+
+bool isAppleSilicon() {
+    // An Intel Mac has no such value at all: the call fails there, which is a plain no.
+    std::int32_t value = 0;
+    size_t size = sizeof value;
+    return ::sysctlbyname("hw.optional.arm64", &value, &size, nullptr, 0) == 0 && value == 1;
 }
 
 }  // namespace orvane::platform

@@ -172,4 +172,6 @@ std::optional<std::string> processPath(std::int32_t pid) {
     return std::string(buffer, static_cast<std::size_t>(length));
 }
 
+bool isAppleSilicon() { return false; }
+
 }  // namespace orvane::platform
