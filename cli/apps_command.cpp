@@ -10,6 +10,7 @@
 #include "core/apps/app_bundle_inventory.hpp"
 #include "core/apps/app_copies.hpp"
 #include "core/apps/app_list.hpp"
+#include "core/apps/tcc_permissions.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/common/property_list.hpp"

@@ -116,5 +116,6 @@ void addStorageCommand(Registry& registry);
 void addStartupCommand(Registry& registry);
 void addLeftoversCommands(Registry& registry);
 void addTrashAppsCommands(Registry& registry);
+void addAppsCommands(Registry& registry);
 
 }  // namespace orvane::cli
