@@ -25,6 +25,8 @@ const Facts& Facts::real() {
             return std::string(resolved.get());
         };
         f.lstat = platform::lstatFacts;
+        f.extendedAttribute = platform::extendedAttribute;
+        f.localPath = [](const std::string& path) { return std::optional<std::string>(path); };
         f.home = [](std::string_view component) { return orvane::home(component); };
         f.mount = platform::mountOf;
         f.volumes = platform::browsableVolumes;

@@ -4,6 +4,7 @@
 // hand in a fake, and the command line a recording with --replay.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -63,6 +64,12 @@ struct Facts {
     std::function<std::optional<std::string>(const std::string&)> resolve;
     // The entry itself, links not followed.
     std::function<std::optional<platform::FileFacts>(const std::string&)> lstat;
+    // An extended attribute's value by its macOS name (platform::extendedAttribute's rules).
+    std::function<std::optional<std::string>(const std::string& path, const std::string& name, std::size_t maxBytes)>
+        extendedAttribute;
+    // Where a library that opens files itself (SQLite) finds the file at a path: the path itself
+    // on this machine, its place in the recording on a recorded Mac; none when it is not there.
+    std::function<std::optional<std::string>(const std::string&)> localPath;
     // The user's home with `component` appended, as home() does.
     std::function<std::string(std::string_view component)> home;
     // The file system a path lives on; none when it cannot be reached.

@@ -1,5 +1,6 @@
 #include "core/common/replay.hpp"
 
+#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -159,6 +160,44 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
     return std::nullopt;
 }
 
+std::optional<std::string> fromBase64(const std::string& text) {
+    if (text.size() % 4 != 0) return std::nullopt;
+    std::string out(text.size() / 4 * 3, '\0');
+    const int written = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(out.data()),
+                                        reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
+    if (written < 0) return std::nullopt;
+    // EVP_DecodeBlock counts the padding as bytes; each "=" stands for one byte too many.
+    std::size_t padding = 0;
+    for (auto it = text.rbegin(); it != text.rend() && *it == '=' && padding < 2; ++it) ++padding;
+    out.resize(static_cast<std::size_t>(written) - padding);
+    return out;
+}
+
+std::optional<std::string> loadExtendedAttributes(const std::string& dir, Recording& recording) {
+    const std::string path = dir + "/xattrs.json";
+    const RecordedJSON parsed = readRecordedJSON(path, "extended attributes");
+    if (parsed.error) return parsed.error;
+    if (!parsed.value) return std::nullopt;  // none recorded
+    const std::string wrong = path + " does not decode: it maps paths to {name: text or {\"base64\": bytes}}.";
+    if (!parsed.value->is_object()) return wrong;
+    for (const auto& [place, names] : parsed.value->items()) {
+        if (!place.starts_with('/') || !names.is_object()) return wrong;
+        auto& attributes = recording.extendedAttributes[joined(pathComponents(place))];
+        for (const auto& [name, value] : names.items()) {
+            if (value.is_string()) {
+                attributes[name] = value.get<std::string>();
+                continue;
+            }
+            auto encoded = value.is_object() ? value.find("base64") : value.end();
+            auto bytes = encoded != value.end() && encoded->is_string() ? fromBase64(encoded->get<std::string>())
+                                                                       : std::nullopt;
+            if (!bytes) return wrong;
+            attributes[name] = *bytes;
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 RecordingLoad loadRecording(const std::string& dir) {
@@ -188,6 +227,7 @@ RecordingLoad loadRecording(const std::string& dir) {
         return {std::nullopt, "The recorded user id cannot be read: " + failed(dir + "/uid", uid.failure)};
     }
     if (auto error = loadSystem(dir, recording)) return {std::nullopt, *error};
+    if (auto error = loadExtendedAttributes(dir, recording)) return {std::nullopt, *error};
     return {std::move(recording), {}};
 }
 
@@ -271,6 +311,24 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
         auto place = recordedPlace(*recording, path, false);
         if (!place) return FileRead{std::nullopt, ReadFailure::missing};
         return readFileHead(host(*place), maxBytes);
+    };
+    // Attributes are recorded by the path they were read at; a link to a recorded bundle is
+    // followed first, as getxattr follows it.
+    f.extendedAttribute = [recording](const std::string& path, const std::string& name,
+                                      std::size_t maxBytes) -> std::optional<std::string> {
+        auto place = recordedPlace(*recording, path, true);
+        if (!place) return std::nullopt;
+        auto attributes = recording->extendedAttributes.find(*place);
+        if (attributes == recording->extendedAttributes.end()) return std::nullopt;
+        auto value = attributes->second.find(name);
+        if (value == attributes->second.end() || value->second.empty() || value->second.size() > maxBytes)
+            return std::nullopt;
+        return value->second;
+    };
+    f.localPath = [recording, host](const std::string& path) -> std::optional<std::string> {
+        auto place = recordedPlace(*recording, path, true);
+        if (!place) return std::nullopt;
+        return host(*place);
     };
     f.home = [recording](std::string_view component) {
         return component.empty() ? recording->home : appendingPathComponent(recording->home, component);

@@ -11,6 +11,9 @@
 //                    "availableCapacityForImportantUsage"}, "rootDevice", "fileSystemType",
 //                    "temporaryFolder", "volumes" [{"path", "name", "isLocal"}], "refused" (paths whose listing was refused), "now"
 //                    (ISO 8601); a missing key is unknown, never zero
+//   DIR/xattrs.json  extended attributes by path, then by name: {"/Applications/X.app":
+//                    {"com.apple.quarantine": "0083;...", "com.apple.metadata:kMDItemWhereFroms":
+//                    {"base64": "YnBsaXN0..."}}}; text as it stands, bytes in Base64
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -43,6 +46,7 @@ struct Recording {
     VolumeFigures homeVolume;
     std::vector<platform::BrowsableVolume> volumes;           // other drives and shares mounted
     std::optional<TimePoint> now;
+    std::map<std::string, std::map<std::string, std::string>> extendedAttributes;  // by path, then name
 };
 
 // The recording in DIR, every file it names read at once; or a sentence naming what is wrong

@@ -4,6 +4,7 @@
 
 #include <spawn.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -38,6 +39,7 @@ struct FileFacts {
     std::int64_t modifiedSeconds = 0;  // since the Unix epoch
     std::int64_t accessedSeconds = 0;  // since the Unix epoch
     std::uint32_t flags = 0;           // kFlag* bits
+    std::int64_t modifiedNanoseconds = 0;  // within `modifiedSeconds`: replacements a second apart differ
 
     bool isDirectory() const;
     bool isSymlink() const;
@@ -55,6 +57,11 @@ std::optional<FileFacts> statFacts(const std::string& path);
 std::optional<FileFacts> fstatFacts(int fd);
 // fstatat(dirFD, name, AT_SYMLINK_NOFOLLOW): an entry of an open folder, links not followed.
 std::optional<FileFacts> entryFacts(int dirFD, const std::string& name);
+
+// The value of an extended attribute named as macOS names it ("com.apple.quarantine"), links
+// followed. Linux keeps such attributes in the user namespace, so the name is asked for there as
+// "user." + name. None when it is absent, cannot be read, is empty or holds more than `maxBytes`.
+std::optional<std::string> extendedAttribute(const std::string& path, const std::string& name, std::size_t maxBytes);
 
 // The path the kernel holds for an open descriptor (F_GETPATH on macOS, /proc/self/fd on Linux).
 // None when the kernel has no path for it, for instance once the file was removed.

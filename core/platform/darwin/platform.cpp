@@ -11,6 +11,7 @@
 #include <sys/param.h>
 #include <sys/stat.h>
 #include <sys/sysctl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,12 +35,23 @@ FileFacts factsOf(const struct stat& st) {
     facts.size = st.st_size;
     facts.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
     facts.modifiedSeconds = st.st_mtimespec.tv_sec;
+    facts.modifiedNanoseconds = st.st_mtimespec.tv_nsec;
     facts.accessedSeconds = st.st_atimespec.tv_sec;
     facts.flags = st.st_flags;
     return facts;
 }
 
 std::uint32_t lockFlagsOf(const std::string&) { return 0; }  // st_flags already holds them
+
+std::optional<std::string> extendedAttribute(const std::string& path, const std::string& name, std::size_t maxBytes) {
+    const ssize_t size = ::getxattr(path.c_str(), name.c_str(), nullptr, 0, 0, 0);
+    if (size < 1 || static_cast<std::size_t>(size) > maxBytes) return std::nullopt;
+    std::string value(static_cast<std::size_t>(size), '\0');
+    const ssize_t read = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0, 0);
+    if (read < 1) return std::nullopt;
+    value.resize(static_cast<std::size_t>(read));
+    return value;
+}
 
 std::optional<std::string> descriptorPath(int fd) {
     char buffer[MAXPATHLEN];

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +32,7 @@ FileFacts factsOf(const struct stat& st) {
     facts.size = st.st_size;
     facts.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
     facts.modifiedSeconds = st.st_mtim.tv_sec;
+    facts.modifiedNanoseconds = st.st_mtim.tv_nsec;
     facts.accessedSeconds = st.st_atim.tv_sec;
     facts.flags = 0;  // Linux has no st_flags; no file is restricted, undeletable or compressed
     return facts;
@@ -46,6 +48,18 @@ std::uint32_t lockFlagsOf(const std::string& path) {
     if (known & STATX_ATTR_IMMUTABLE) flags |= kFlagSystemImmutable;
     if (known & STATX_ATTR_APPEND) flags |= kFlagSystemAppend;
     return flags;
+}
+
+std::optional<std::string> extendedAttribute(const std::string& path, const std::string& name, std::size_t maxBytes) {
+    const std::string linuxName = "user." + name;
+    const ssize_t size = ::getxattr(path.c_str(), linuxName.c_str(), nullptr, 0);
+    if (size < 1 || static_cast<std::size_t>(size) > maxBytes) return std::nullopt;
+    std::string value(static_cast<std::size_t>(size), '\0');
+    // A value that grew since its size was asked is refused (ERANGE) rather than cut.
+    const ssize_t read = ::getxattr(path.c_str(), linuxName.c_str(), value.data(), value.size());
+    if (read < 1) return std::nullopt;
+    value.resize(static_cast<std::size_t>(read));
+    return value;
 }
 
 std::optional<std::string> descriptorPath(int fd) {
