@@ -124,8 +124,12 @@ Result runApps(const AppsOptions& options, const Invocation& in) {
         const auto size = sizes.find(ref.path);
         app.size = size == sizes.end() ? -1 : size->second;
         app.loginItem = starting.contains(ref.path);
-        app.activity = newestActivity(ref.bundleID, facts);
-        app.installed = modifiedTime(ref.path, facts);
+        // A file date ahead of the clock (a copied disk, a recording) is taken as now.
+        const auto notAfterNow = [&](std::optional<TimePoint> date) {
+            return date ? std::optional(std::min(*date, facts.now())) : std::nullopt;
+        };
+        app.activity = notAfterNow(newestActivity(ref.bundleID, facts));
+        app.installed = notAfterNow(modifiedTime(ref.path, facts));
         apps.push_back(app);
 
         AppDetails& more = details[ref.path];

@@ -117,5 +117,6 @@ void addStartupCommand(Registry& registry);
 void addLeftoversCommands(Registry& registry);
 void addTrashAppsCommands(Registry& registry);
 void addAppsCommands(Registry& registry);
+void addGenuineCommand(Registry& registry);
 
 }  // namespace orvane::cli

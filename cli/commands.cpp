@@ -10,7 +10,8 @@ void registerCommands(Registry& registry) {
     addStartupCommand(registry);
     addLeftoversCommands(registry);  // leftovers, uninstall
     addTrashAppsCommands(registry);
-    addAppsCommands(registry);  // apps, apps copies, apps kexts, apps reset-permissions
+    addAppsCommands(registry);
+    addGenuineCommand(registry);  // apps, apps copies, apps kexts, apps reset-permissions
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

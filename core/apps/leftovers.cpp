@@ -4,9 +4,11 @@
 
 #include "core/apps/app_groups.hpp"
 #include "core/apps/installed_identifiers.hpp"
+#include "core/authenticity/genuine_check.hpp"
 #include "core/common/path.hpp"
 #include "core/common/property_list.hpp"
 #include "core/common/text.hpp"
+#include "core/startup/launchd_inventory.hpp"
 #include "core/startup/startup_items.hpp"
 
 namespace orvane {
@@ -44,6 +46,14 @@ bool runsAProgramThatIsThere(const std::string& plist, const Facts& facts) {
     return program && program->starts_with('/') && facts.exists(*program);
 }
 
+// A name led by a team that orphanOwner found to have nothing installed is judged by the rest;
+// while no team can be read, the team keeps the name.
+std::string_view withoutUninstalledTeam(std::string_view name, const InstalledTeamIDs& teams) {
+    const auto dot = name.find('.');
+    if (!teams || dot == std::string_view::npos || !isTeamID(name.substr(0, dot))) return name;
+    return name.substr(dot + 1);
+}
+
 // One entry of a Library folder judged by the rules that fit its folder; none keeps it.
 std::optional<LeftoverRow> judged(const LibraryFolder& folder, const FolderEntry& entry, const LeftoverOwners& owners,
                                   const Facts& facts) {
@@ -54,7 +64,8 @@ std::optional<LeftoverRow> judged(const LibraryFolder& folder, const FolderEntry
         return std::nullopt;
     }
     if (auto owner = orphanOwner(entry.name, owners.bundleIDs, owners.teams))
-        if (!reverseDNSLeftoverOwnedLowercase(entry.name, owners.bundleIDs, owners.claimedGroups) &&
+        if (!reverseDNSLeftoverOwnedLowercase(withoutUninstalledTeam(entry.name, owners.teams), owners.bundleIDs,
+                                              owners.claimedGroups) &&
             !(folder.launch && !entry.isFolder && runsAProgramThatIsThere(path(), facts)))
             return LeftoverRow{path(), LeftoverRule::reverseDNS, std::move(*owner)};
     if (!folder.support || !entry.isFolder) return std::nullopt;
@@ -108,6 +119,7 @@ LeftoverOwners leftoverOwners(const std::vector<AppRef>& apps, const std::string
     std::vector<std::string_view> pluginPlaces(pluginFolders.begin(), pluginFolders.end());
     owners.bundleIDs.merge(installedPluginBundleIDs(pluginPlaces, home, facts));
     owners.claimedGroups = claimedAppGroups(paths, facts);
+    owners.teams = GenuineCheck::signingTeams(paths, facts);
     return owners;
 }
 

@@ -90,6 +90,16 @@ std::pair<SignerKind, std::optional<std::string>> signerAndTeam(const std::strin
     return {signerKind(display.commonName, display.hasSignature), display.teamID};
 }
 
+std::optional<std::set<std::string>> signingTeams(const std::vector<std::string>& appPaths, const Facts& facts) {
+    std::set<std::string> teams;
+    for (const auto& path : appPaths) {
+        const SigningDisplay display = signingDisplay(path, facts);
+        if (!display.ran) return std::nullopt;
+        if (display.teamID) teams.insert(*display.teamID);
+    }
+    return teams;
+}
+
 SignatureState validate(const std::string& appPath, std::uint32_t, const Facts& facts) {
     const ToolResult result = facts.run(kCodesignTool, {"--verify", "--deep", "--strict", appPath}, kVerifyTimeLimit,
                                         false, ToolErrors::merged);

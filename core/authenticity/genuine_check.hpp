@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -45,6 +46,11 @@ std::optional<DownloadRecord> downloadRecord(const std::string& appPath, const s
 // unsigned with no team.
 std::pair<SignerKind, std::optional<std::string>> signerAndTeam(const std::string& appPath,
                                                                 const Facts& facts = Facts::real());
+
+// The teams that signed these bundles; none when codesign could not be asked about one of them,
+// since then a name led by a team cannot be told from one of an installed app's.
+std::optional<std::set<std::string>> signingTeams(const std::vector<std::string>& appPaths,
+                                                  const Facts& facts = Facts::real());
 
 // Whether the signature holds. `flags` are the platform's validation flags; off macOS the tool
 // decides alone and they are ignored.

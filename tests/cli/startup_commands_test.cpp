@@ -37,6 +37,7 @@ TEST(StartupCommand, TheRecordedMac) {
     EXPECT_EQ(json["items"][0], (nlohmann::json{{"path", paths[0]},
                                                 {"label", "com.google.keystone.agent"},
                                                 {"scope", "user"},
+                                                {"ownerName", "Google Chrome"},
                                                 {"ownerMissing", true},
                                                 {"enabled", true},
                                                 {"isDaemon", false},
