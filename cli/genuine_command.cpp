@@ -1,5 +1,7 @@
 // orvane genuine: whether an app is what it says it is: who signed it, whether the signature
 // holds, whether the signer is the vendor its name claims, and where the copy came from.
+#include <filesystem>
+
 #include "cli/command.hpp"
 #include "core/authenticity/genuine.hpp"
 #include "core/authenticity/genuine_check.hpp"
@@ -75,6 +77,8 @@ Result runGenuine(const GenuineOptions& options, const Invocation& in) {
         report = GenuineCheck::offline(app, appName, bundleIdentifier(app, facts), home, facts);
         if (!facts.recorded && key) {
             cache[app] = {{"key", toJSON(*key)}, {"report", toJSON(*report)}};
+            std::error_code ignored;  // a cache that cannot be kept only costs the next check its time
+            std::filesystem::create_directories(deletingLastPathComponent(cacheFile), ignored);
             writeFileAtomically(cacheFile, cache.dump(2) + "\n", 0600);
         }
     }

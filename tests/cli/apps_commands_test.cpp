@@ -186,5 +186,75 @@ TEST(AppsCommands, UninstallSetsTheMachinesLeftoversAsideThroughTheHelper) {
     if (made) fs::remove_all("/Library", ignored);
 }
 
+TEST(AppsCommands, TheAppListOnARealHome) {
+    testing::TempDir d;
+    for (const auto& [path, id] : std::vector<std::pair<std::string, std::string>>{
+             {"Applications/Suite/Alpha.app", "org.suite.alpha"},
+             {"Applications/Suite/Beta.app", "org.suite.beta"},
+             {"Applications/Xeno.app", "com.acme.xeno"},
+             {"Applications/Yak.app", "com.acme.yak"},
+             {"Applications/Old/Yak.app", "com.acme.yak"},
+         })
+        d.write(path + "/Contents/Info.plist", info(id));
+    const std::string env = "HOME=" + d.path();
+    auto o = testing::runOrvane("apps --group --sort nameAsc --json", d.path(), env);
+    ASSERT_EQ(o.status, 0) << o.err;
+    const auto json = nlohmann::json::parse(o.out);
+    const std::string apps = d.path() + "/Applications/";
+    // A shared folder wins over the vendor: the Yak in Old has a folder of its own and no sibling.
+    EXPECT_EQ(field(json["rows"], "id"),
+              (std::vector<std::string>{"g:vendor:acme", "ga:" + apps + "Xeno.app", "ga:" + apps + "Yak.app",
+                                        "g:folder:" + apps + "Suite", "ga:" + apps + "Suite/Alpha.app",
+                                        "ga:" + apps + "Suite/Beta.app", "a:" + apps + "Old/Yak.app"}));
+    EXPECT_EQ(json["rows"][0]["name"], "Acme");
+    EXPECT_EQ(json["rows"][1]["chip"]["text"], "Recently installed");
+
+    o = testing::runOrvane("apps copies --json", d.path(), env);
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(field(nlohmann::json::parse(o.out)["groups"][0], "path"),
+              (std::vector<std::string>{apps + "Old/Yak.app", apps + "Yak.app"}));
+
+    const std::string ledger = " --ledger-dir " + d.path() + "/ledger ";
+    o = testing::runOrvane(ledger + "genuine " + apps + "Xeno.app", d.path(), env);
+    EXPECT_EQ(o.status, 1);  // codesign is not here: no verdict, and never red for it
+    EXPECT_EQ(o.out.substr(0, o.out.find('\n')), "Xeno: no verdict (the signature could not be checked)");
+    EXPECT_TRUE(fs::exists(d.path() + "/ledger/genuine-cache.json"));
+
+    const C cases[] = {
+        {"apps --sort biggest", 2, C::err, "--sort must be sizeDesc, sizeAsc, nameAsc, nameDesc, forgotten or recent",
+         C::contains},
+        {"apps --filter some", 2, C::err, "--filter must be all or unused", C::contains},
+        {"genuine {D}", 2, C::err, "is not an app bundle", C::contains},
+    };
+    testing::expectCommands(cases);
+}
+
+TEST(AppsCommands, GenuineOnTheRecordedMac) {
+    const C cases[] = {
+        {kAlex + "genuine '/Applications/Google Chrome.app'", 0, C::out,
+         "Google Chrome: gold\n  Signed by Google LLC · notarised\n  Vendor: signed by Google's own team (EQHXZ8M8AV)\n"},
+        {kAlex + "genuine '/Users/alex/Downloads/Google Chrome.app'", 1, C::out,
+         "Google Chrome: red\n  Signed by Chrome Update Team · notarisation not confirmed on this Mac\n"
+         "  Vendor: named like Google's app, but signed by team K7Q2M4X9ZP, not Google\n"
+         "  Downloaded with Safari on 2023-11-30T20:26:40Z from https://chrome-update.example/download\n"},
+        {kAlex + "genuine '/Applications/Google Chrome.app' --online", 0, C::out,
+         "  Gatekeeper: accepted (Notarized Developer ID)\n", C::contains},
+        {kAlex + "apps reset-permissions com.apple.Safari", 1, C::out,
+         "com.apple.Safari: refused — not an allowed bundle id\n"},
+        {kAlex + "apps reset-permissions com.google.Chrome", 1, C::out,
+         "com.google.Chrome: otherCopyInstalled — /Applications/Google Chrome.app\n"},
+        {kAlex + "apps reset-permissions com.oldvendor.gone", 1, C::err,
+         "orvane: Nothing was changed: this is a recorded Mac.\n"},
+        {kAlex + "apps", 0, C::out, "Google Chrome  130.0.6723.92 (6723.92)  Starts automatically", C::contains},
+    };
+    testing::expectCommands(cases);
+    testing::TempDir scratch;
+    const auto o = testing::runOrvane(kAlex + "genuine '/Users/alex/Downloads/Google Chrome.app' --json", scratch.path());
+    const auto json = nlohmann::json::parse(o.out);
+    EXPECT_EQ(json["tier"], "red");
+    EXPECT_EQ(json["vendor"]["mismatch"]["expected"], nlohmann::json({"EQHXZ8M8AV"}));
+    EXPECT_EQ(json["download"]["pageURL"], "https://chrome-update.example/download");
+}
+
 }  // namespace
 }  // namespace orvane
