@@ -136,8 +136,8 @@ Result runApps(const AppsOptions& options, const Invocation& in) {
         if (const auto info = readPropertyListDictionary(appendingPathComponent(ref.path, "Contents/Info.plist"), facts)) {
             more.version = appVersionLine(plistString(*info, "CFBundleShortVersionString"), plistString(*info, "CFBundleVersion"));
             if (const auto category = plistString(*info, "LSApplicationCategoryType")) more.category = prettyAppCategory(*category);
+            more.architectures = appArchitectures(ref.path, *info, facts);
         }
-        more.architectures = appArchitectures(ref.path, facts);
         more.macos27 = macos27Verdict(more.architectures);
     }
 

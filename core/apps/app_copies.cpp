@@ -103,7 +103,11 @@ std::set<std::string> machOArchitectures(std::string_view bytes) {
 std::set<std::string> appArchitectures(const std::string& appPath, const Facts& facts) {
     const auto info = readPropertyListDictionary(appPath + "/Contents/Info.plist", facts);
     if (!info) return {};
-    const auto executable = plistString(*info, "CFBundleExecutable");
+    return appArchitectures(appPath, *info, facts);
+}
+
+std::set<std::string> appArchitectures(const std::string& appPath, const nlohmann::json& info, const Facts& facts) {
+    const auto executable = plistString(info, "CFBundleExecutable");
     // A name with a slash would lead the read out of Contents/MacOS.
     if (!executable || executable->empty() || executable->find('/') != std::string::npos) return {};
     const FileRead head =

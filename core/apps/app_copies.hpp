@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "core/common/facts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/raw_value.hpp"
@@ -43,6 +45,9 @@ inline constexpr std::uint64_t kMachOHeaderBytes = 4096;
 // machOArchitectures of the app's main executable, as its Info.plist names it. Any failure
 // (no plist, an executable name holding "/", nothing readable) gives none.
 std::set<std::string> appArchitectures(const std::string& appPath,
+                                       const Facts& facts = Facts::real());
+// The same with the bundle's Info.plist already read, as a list that shows more of it does.
+std::set<std::string> appArchitectures(const std::string& appPath, const nlohmann::json& info,
                                        const Facts& facts = Facts::real());
 
 // How an app stands for macOS 27, judged by the processors it is built for.

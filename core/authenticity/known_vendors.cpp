@@ -132,10 +132,17 @@ std::optional<KnownVendor> knownVendor(std::string_view appName, std::string_vie
                                        const std::vector<KnownVendor>& vendors) {
     std::string name = lowercased(trimSpacesAndTabs(appName));
     if (name.ends_with(".app")) name.resize(name.size() - 4);
+    const std::string id(bundleID);
+    // A whole app list asks this of every app: ASCII names are compared without lowering a copy.
+    const auto sameName = [&](const std::string& n) {
+        if (std::ranges::any_of(n, [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) return lowercased(n) == name;
+        return n.size() == name.size() && std::ranges::equal(n, name, [](char a, char b) {
+                   return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
+               });
+    };
     for (const auto& row : vendors) {
-        if (!bundleID.empty() && row.bundleIDs.contains(std::string(bundleID))) return row;
-        if (!name.empty() && std::ranges::any_of(row.names, [&](const std::string& n) { return lowercased(n) == name; }))
-            return row;
+        if (!id.empty() && row.bundleIDs.contains(id)) return row;
+        if (!name.empty() && std::ranges::any_of(row.names, sameName)) return row;
     }
     return std::nullopt;
 }
