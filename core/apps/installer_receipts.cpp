@@ -42,14 +42,6 @@ std::vector<std::string_view> trimmedLines(std::string_view text) {
     return lines;
 }
 
-std::string joinedLines(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const auto& line : lines) {
-        if (!text.empty()) text += '\n';
-        text += line;
-    }
-    return text;
-}
 
 }  // namespace
 

@@ -22,14 +22,6 @@ constexpr const char* kNotarizedSource = "Notarized Developer ID";
 // app; a tool that ran and failed does.
 bool didNotRun(const ToolResult& result) { return result.status == -1 && result.lines.empty(); }
 
-std::string joinedLines(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const auto& line : lines) {
-        if (!text.empty()) text += '\n';
-        text += line;
-    }
-    return text;
-}
 
 // What `codesign --display --verbose=4` tells of a bundle.
 struct SigningDisplay {

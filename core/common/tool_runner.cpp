@@ -367,4 +367,13 @@ std::int32_t runStatus(const std::string& tool, const std::vector<std::string>& 
     return terminationStatus(raw);
 }
 
+std::string joinedLines(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const auto& line : lines) {
+        if (!text.empty()) text += '\n';
+        text += line;
+    }
+    return text;
+}
+
 }  // namespace orvane

@@ -36,6 +36,9 @@ struct ToolResult {
 ToolResult runToolSplit(const std::string& tool, const std::vector<std::string>& args, double timeout,
                         bool nulDelimited, ToolErrors errors);
 
+// A tool's lines joined with line feeds again, for parsers of its whole text.
+std::string joinedLines(const std::vector<std::string>& lines);
+
 struct ToolRun {
     std::vector<std::string> lines;
     bool timedOut = false;

@@ -58,15 +58,6 @@ std::optional<std::int32_t> integer(std::string_view text) {
     return static_cast<std::int32_t>(value);
 }
 
-std::string joinedLines(const std::vector<std::string>& lines) {
-    std::string text;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (i > 0) text += '\n';
-        text += lines[i];
-    }
-    return text;
-}
-
 std::string domainTarget(RegisteredBackgroundItem::Domain domain, std::uint32_t uid) {
     return domain == RegisteredBackgroundItem::Domain::user ? "gui/" + std::to_string(uid) : "system";
 }
