@@ -150,4 +150,14 @@ std::optional<std::string> processPath(std::int32_t pid);
 // Whether the processor is Apple's own (sysctl "hw.optional.arm64" on macOS); false elsewhere.
 bool isAppleSilicon();
 
+// The device offset of the file's first byte (F_LOG2PHYS on macOS, the first extent of FIEMAP on
+// Linux): two files with the same start share their storage, as clones do. None when the file
+// cannot be opened, the file system will not tell, or the file holds no storage yet.
+std::optional<std::int64_t> physicalStart(const std::string& path);
+
+// The bytes of storage only this file holds, links not followed: what removing it would give
+// back (ATTR_CMNEXT_PRIVATESIZE on macOS; on Linux the extents FIEMAP does not flag as shared).
+// None when the file system will not tell.
+std::optional<std::int64_t> privateSize(const std::string& path);
+
 }  // namespace orvane::platform

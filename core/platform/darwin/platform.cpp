@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <libproc.h>
+#include <sys/attr.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/ucred.h>
@@ -17,6 +18,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -141,6 +143,35 @@ bool isAppleSilicon() {
     std::int32_t value = 0;
     size_t size = sizeof value;
     return ::sysctlbyname("hw.optional.arm64", &value, &size, nullptr, 0) == 0 && value == 1;
+}
+
+std::optional<std::int64_t> physicalStart(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    struct log2phys place;
+    std::memset(&place, 0, sizeof place);
+    const int rc = ::fcntl(fd, F_LOG2PHYS, &place);
+    ::close(fd);
+    if (rc != 0) return std::nullopt;
+    return static_cast<std::int64_t>(place.l2p_devoffset);
+}
+
+std::optional<std::int64_t> privateSize(const std::string& path) {
+    struct attrlist request;
+    std::memset(&request, 0, sizeof request);
+    request.bitmapcount = ATTR_BIT_MAP_COUNT;
+    request.commonattr = ATTR_CMN_RETURNED_ATTRS;
+    request.forkattr = ATTR_CMNEXT_PRIVATESIZE;  // with FSOPT_ATTR_CMN_EXTENDED, forkattr holds these
+    // The reply: its length, the attributes returned, then the private size.
+    alignas(8) char buffer[64] = {};
+    if (::getattrlist(path.c_str(), &request, buffer, sizeof buffer, FSOPT_NOFOLLOW | FSOPT_ATTR_CMN_EXTENDED) != 0)
+        return std::nullopt;
+    attribute_set_t returned;
+    std::memcpy(&returned, buffer + sizeof(std::uint32_t), sizeof returned);
+    if (!(returned.forkattr & ATTR_CMNEXT_PRIVATESIZE)) return std::nullopt;
+    off_t size = 0;
+    std::memcpy(&size, buffer + sizeof(std::uint32_t) + sizeof returned, sizeof size);
+    return static_cast<std::int64_t>(size);
 }
 
 }  // namespace orvane::platform
