@@ -19,7 +19,6 @@ TEST(DuplicatesWatch, OnlyLargeFilesWhoseBytesAreHere) {
         {S_IFREG, 1'000'000, 196, true},
         {S_IFREG, 1'000'000, 195, false},
         {S_IFDIR, 1'000'000, 2000, false},
-        {S_IFLNK, 1'000'000, 2000, false},
     };
     for (const Case& c : cases) {
         platform::FileFacts facts;

@@ -68,7 +68,16 @@ TEST(PrivateBytes, FoldersSumRegularFilesUpToTheBound) {
 }
 
 TEST(PrivateBytes, SharedStorageWarning) {
-    const std::string clones = " shares storage with other copies that stay here (APFS clones)";
+    auto only = [](const std::string& freed, const std::string& shared) -> std::optional<std::string> {
+        return "Moving this frees only about " + freed + " on this Mac: " + shared +
+               " of it shares storage with other copies that stay here (APFS clones), so that part isn't released. "
+               "You can still move it to keep a copy on the drive.";
+    };
+    auto nothing = [](const std::string& shared) -> std::optional<std::string> {
+        return "Moving this frees almost nothing on this Mac: all " + shared +
+               " of it shares storage with other copies that stay here (APFS clones), so it isn't released. "
+               "You can still move it to keep a copy on the drive.";
+    };
     struct Case {
         std::optional<std::int64_t> privateTotal;
         std::int64_t selected;
@@ -76,22 +85,14 @@ TEST(PrivateBytes, SharedStorageWarning) {
     };
     const std::vector<Case> cases = {
         {9'000'000'000, 10'000'000'000, std::nullopt},
-        {8'000'000'000, 10'000'000'000,
-         "Moving this frees only about 8 GB on this Mac: 2 GB of it" + clones +
-             ", so that part isn't released. You can still move it to keep a copy on the drive."},
-        {500'000, 10'000'000'000,
-         "Moving this frees almost nothing on this Mac: all 10 GB of it" + clones +
-             ", so it isn't released. You can still move it to keep a copy on the drive."},
+        {8'000'000'000, 10'000'000'000, only("8 GB", "2 GB")},
+        {500'000, 10'000'000'000, nothing("10 GB")},
         {0, 50'000'000, std::nullopt},
         {std::nullopt, 10'000'000'000, std::nullopt},
         {0, 0, std::nullopt},
         {100'000'001, 200'000'000, std::nullopt},  // 99,999,999 shared
-        {100'000'000, 200'000'000,
-         "Moving this frees only about 100 MB on this Mac: 100 MB of it" + clones +
-             ", so that part isn't released. You can still move it to keep a copy on the drive."},
-        {999'999, 1'000'000'000,
-         "Moving this frees almost nothing on this Mac: all 999 MB of it" + clones +
-             ", so it isn't released. You can still move it to keep a copy on the drive."},
+        {100'000'000, 200'000'000, only("100 MB", "100 MB")},
+        {999'999, 1'000'000'000, nothing("999 MB")},
     };
     for (const Case& c : cases)
         EXPECT_EQ(sharedStorageWarningOf(c.privateTotal, c.selected), c.expected)
