@@ -133,6 +133,12 @@ StoredProtectList storedProtections(const Facts& facts) {
     return loadProtectList(ledgerFile(facts, "protect-list.json"), facts);
 }
 
+bool answeredYes() {
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return false;
+    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+}
+
 void printError(std::string_view sentence) { std::cerr << "orvane: " << escapeControlCharacters(sentence) << '\n'; }
 
 std::string readInput(const std::string& fileOrDash, std::size_t limitBytes) {

@@ -92,6 +92,10 @@ std::string readableFolder(const std::string& typed, const Facts& facts);
 // sentence when it cannot be read: never waits on a FIFO or a device.
 std::string readInput(const std::string& fileOrDash, std::size_t limitBytes);
 
+// The person's answer to a question just printed: a line of "y" or "yes" (either case of the
+// first letter); anything else, or no line at all, is no.
+bool answeredYes();
+
 // One sentence on stderr, prefixed with the program's name and escaped.
 void printError(std::string_view sentence);
 

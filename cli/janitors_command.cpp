@@ -80,9 +80,7 @@ std::int64_t cacheBytes(const std::vector<std::string>& folders, const Facts& fa
 bool confirmed(const JanitorConfirmation& confirmation) {
     std::cout << escapeControlCharacters(confirmation.title) << "\n\n"
               << escapeControlCharacters(confirmation.message) << "\n\nGo ahead? [y/N] " << std::flush;
-    std::string answer;
-    if (!std::getline(std::cin, answer)) return false;
-    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+    return answeredYes();
 }
 
 Result runJanitor(const JanitorsOptions& options, const Invocation& in) {

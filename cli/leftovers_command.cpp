@@ -165,9 +165,7 @@ void describePlan(const UninstallPlan& plan, const std::vector<JudgedRow>& rows,
 bool confirmedOnTerminal(std::size_t ticked, bool cask) {
     std::cout << "\nMove the " << ticked << " ticked item" << (ticked == 1 ? "" : "s") << " to the Trash"
               << (cask ? ", after Homebrew's uninstall," : "") << "? [y/N] " << std::flush;
-    std::string answer;
-    if (!std::getline(std::cin, answer)) return false;
-    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+    return answeredYes();
 }
 
 std::string userName(std::uint32_t uid) {

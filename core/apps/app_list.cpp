@@ -32,19 +32,6 @@ std::optional<TimePoint> latestUse(const InstalledApp& app) {
     return app.lastUsed ? app.lastUsed : app.activity;
 }
 
-std::vector<std::string> piecesOf(std::string_view text, char separator) {
-    std::vector<std::string> pieces;
-    std::size_t start = 0;
-    while (start <= text.size()) {
-        const auto end = text.find(separator, start);
-        const auto piece = text.substr(start, end == std::string_view::npos ? end : end - start);
-        if (!piece.empty()) pieces.emplace_back(piece);
-        if (end == std::string_view::npos) break;
-        start = end + 1;
-    }
-    return pieces;
-}
-
 std::string_view entryName(const AppListEntry& entry) {
     if (const auto* app = std::get_if<InstalledApp>(&entry.value)) return app->name;
     return std::get<AppVendorGroup>(entry.value).name;
@@ -214,10 +201,10 @@ std::optional<AppGroupKey> appGroupKey(std::string_view appPath, std::string_vie
     for (std::string root : applicationsRoots) {
         if (!root.ends_with('/')) root += '/';
         if (!appPath.starts_with(root)) continue;
-        const auto pieces = piecesOf(appPath.substr(root.size()), '/');
+        const auto pieces = splitDroppingEmpties(appPath.substr(root.size()), '/');
         if (pieces.size() > 1) return AppGroupKey{"folder:" + root + pieces.front(), pieces.front()};
     }
-    const auto pieces = piecesOf(bundleID, '.');
+    const auto pieces = splitDroppingEmpties(bundleID, '.');
     if (pieces.size() >= 3 && characterCount(pieces[1]) >= 2)
         return AppGroupKey{"vendor:" + lowercased(pieces[1]), prettyVendorName(pieces[1])};
     return std::nullopt;
@@ -296,7 +283,7 @@ std::optional<InstalledApp> detailPanelApp(const std::optional<std::string>& sel
 }
 
 std::optional<std::string> appVendorName(std::string_view bundleID) {
-    const auto pieces = piecesOf(bundleID, '.');
+    const auto pieces = splitDroppingEmpties(bundleID, '.');
     if (pieces.size() >= 3 && characterCount(pieces[1]) >= 2) return prettyVendorName(pieces[1]);
     return std::nullopt;
 }
@@ -315,7 +302,7 @@ std::optional<std::string> prettyAppCategory(std::string_view category) {
         if (key == slug) return std::string(display);
     if (slug.find('-') == std::string_view::npos && slug.find('.') != std::string_view::npos) return std::nullopt;
     std::string pretty;
-    for (const auto& piece : piecesOf(slug, '-')) {
+    for (const auto& piece : splitDroppingEmpties(slug, '-')) {
         if (!pretty.empty()) pretty += ' ';
         pretty += uppercasedFirstCharacter(piece);
     }

@@ -11,23 +11,6 @@ namespace orvane {
 
 namespace {
 
-std::vector<std::string> splitKeepingEmpties(std::string_view text) {
-    std::vector<std::string> pieces;
-    for (std::size_t start = 0;;) {
-        const auto dot = text.find('.', start);
-        pieces.emplace_back(text.substr(
-            start, dot == std::string_view::npos ? std::string_view::npos : dot - start));
-        if (dot == std::string_view::npos) return pieces;
-        start = dot + 1;
-    }
-}
-
-std::vector<std::string> splitDroppingEmpties(std::string_view text) {
-    auto pieces = splitKeepingEmpties(text);
-    std::erase_if(pieces, [](const std::string& piece) { return piece.empty(); });
-    return pieces;
-}
-
 template <std::size_t N>
 bool contains(const std::array<std::string_view, N>& table, std::string_view value) {
     return std::find(table.begin(), table.end(), value) != table.end();
@@ -96,7 +79,7 @@ std::set<std::string> lowercasedAll(const std::set<std::string>& values) {
 }  // namespace
 
 std::string baseBundleID(std::string_view id) {
-    auto pieces = splitDroppingEmpties(id);
+    auto pieces = splitDroppingEmpties(id, '.');
     while (pieces.size() >= 4 && contains(helperBundleSuffixes, lowercased(pieces.back())))
         pieces.pop_back();
     std::string joined;
@@ -257,7 +240,7 @@ bool isOrphanedGroupContainer(std::string_view name, const InstalledTeamIDs& ins
                               const std::set<std::string>& installedIDs) {
     const auto parts = groupContainerParts(name);
     const std::string base = lowercased(parts.base);
-    if (splitDroppingEmpties(base).size() < 3) return false;
+    if (splitDroppingEmpties(base, '.').size() < 3) return false;
     if (isDenied(base)) return false;
     if (!parts.team || !installedTeams || installedTeams->contains(*parts.team)) return false;
     for (const auto& raw : installedIDs) {

@@ -11,17 +11,6 @@ namespace orvane {
 
 namespace {
 
-std::vector<std::string> splitDroppingEmpties(std::string_view text, char separator) {
-    std::vector<std::string> pieces;
-    for (std::size_t start = 0; start <= text.size();) {
-        auto end = text.find(separator, start);
-        if (end == std::string_view::npos) end = text.size();
-        if (end > start) pieces.emplace_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
-}
-
 bool isDeniedVendor(std::string_view name) {
     const std::string lower = lowercased(name);
     return std::find(vendorFolderDenyList.begin(), vendorFolderDenyList.end(), lower) != vendorFolderDenyList.end();

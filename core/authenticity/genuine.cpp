@@ -22,15 +22,6 @@ bool is(const V& value) {
 
 bool isHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-std::vector<std::string_view> splitKeepingEmpty(std::string_view text, char separator) {
-    std::vector<std::string_view> fields;
-    std::size_t start = 0;
-    for (std::size_t at; (at = text.find(separator, start)) != std::string_view::npos; start = at + 1)
-        fields.push_back(text.substr(start, at - start));
-    fields.push_back(text.substr(start));
-    return fields;
-}
-
 // An object of one key whose value is an object: the form of a case with its payload.
 const nlohmann::json* caseBody(const nlohmann::json& value, std::string& name) {
     if (!value.is_object() || value.size() != 1 || !value.begin()->is_object()) return nullptr;
@@ -132,7 +123,7 @@ bool isUUID(std::string_view text) {
 
 std::optional<QuarantineInfo> parseQuarantine(std::string_view text) {
     const std::string trimmed = trimWhitespace(text);
-    const auto fields = splitKeepingEmpty(trimmed, ';');
+    const auto fields = splitKeepingEmpties(trimmed, ';');
     if (fields.size() < 2 || fields[0].empty() || !std::ranges::all_of(fields[0], isHexDigit)) return std::nullopt;
     QuarantineInfo info;
     info.flags = std::string(fields[0]);
@@ -164,7 +155,7 @@ std::vector<std::string> parseWhereFroms(std::string_view data) {
 
 GatekeeperAssessment parseGatekeeperAssessment(std::string_view text) {
     GatekeeperAssessment assessment;
-    for (auto raw : splitKeepingEmpty(text, '\n')) {
+    for (const auto& raw : splitKeepingEmpties(text, '\n')) {
         if (raw.empty()) continue;
         const std::string_view line = trimSpacesAndTabs(raw);
         if (line.ends_with(": accepted"))

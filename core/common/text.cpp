@@ -223,6 +223,22 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
+std::vector<std::string> splitKeepingEmpties(std::string_view text, char separator) {
+    std::vector<std::string> pieces;
+    for (std::size_t start = 0;;) {
+        const auto end = text.find(separator, start);
+        pieces.emplace_back(text.substr(start, end == std::string_view::npos ? end : end - start));
+        if (end == std::string_view::npos) return pieces;
+        start = end + 1;
+    }
+}
+
+std::vector<std::string> splitDroppingEmpties(std::string_view text, char separator) {
+    auto pieces = splitKeepingEmpties(text, separator);
+    std::erase_if(pieces, [](const std::string& piece) { return piece.empty(); });
+    return pieces;
+}
+
 std::string uppercasedFirstCharacter(std::string_view text) {
     if (text.empty()) return {};
     const auto [cp, len] = decodeAt(text, 0);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvane {
 
@@ -34,6 +35,11 @@ std::string_view trimSpacesAndTabs(std::string_view text);
 
 // Unicode lower case, code point by code point; invalid UTF-8 bytes are kept as they are.
 std::string lowercased(std::string_view text);
+
+// The pieces between separators, empty ones kept: "a..b" gives "a", "", "b"; "" gives one "".
+std::vector<std::string> splitKeepingEmpties(std::string_view text, char separator);
+// The same without the empty pieces: "a..b" gives "a", "b".
+std::vector<std::string> splitDroppingEmpties(std::string_view text, char separator);
 
 // The first character upper-cased and the rest as it stands ("iTerm" stays "ITerm").
 std::string uppercasedFirstCharacter(std::string_view text);

@@ -33,7 +33,7 @@ TEST(PkgutilText, PackagesAndPlacesFromCaptures) {
     EXPECT_EQ(parsePkgFileInfo(capture("file-info-unowned-usr-bin-cc-ANNOTATION-REMOVED.txt")), Paths{});
     EXPECT_EQ(parsePkgFileInfo(" \tpackage-id:  com.x.y \n\npkgid: \nPKGID: up\n"), Paths{"com.x.y"});
 
-    EXPECT_EQ(parsePkgInfo(capture("pkg-info-2014-chefdk-specinfra174.txt")), (PkgInstallPlace{"/", "opt/chefdk"}));
+    EXPECT_EQ(parsePkgInfo(capture("pkg-info-2014-chefdk-infra174.txt")), (PkgInstallPlace{"/", "opt/chefdk"}));
     EXPECT_EQ(parsePkgInfo(capture("pkg-info-2020-adoptopenjdk8-in-brew-cask-log.txt")),
               (PkgInstallPlace{"/", "Library/Java/JavaVirtualMachines/adoptopenjdk-8.jdk"}));
     EXPECT_EQ(parsePkgInfo(capture("pkg-info-2025-qupath-version0-qupath1961-USER-TRIMMED.txt")),
@@ -162,7 +162,7 @@ TEST(InstallerReceipts, ReadFromARecordedMac) {
     using orvane::testing::writeFile;
     writeFile(dir + "/home", "/Users/alex\n");
     writeFile(dir + "/file-info.txt", "volume: /\npath: Applications/Chef.app\npkgid: com.getchef.pkg.chefdk\n");
-    writeFile(dir + "/pkg-info.txt", capture("pkg-info-2014-chefdk-specinfra174.txt"));
+    writeFile(dir + "/pkg-info.txt", capture("pkg-info-2014-chefdk-infra174.txt"));
     writeFile(dir + "/files.txt", "bin\nbin/chef\nembedded\nembedded/gems\nembedded/gems/x.rb\n");
     writeFile(dir + "/tools.json", R"([
         {"argv": ["/usr/sbin/pkgutil", "--file-info", "/Applications/Chef.app"], "stdout": "file-info.txt", "status": 0},

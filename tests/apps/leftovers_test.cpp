@@ -13,11 +13,6 @@ namespace {
 using testing::TempDir;
 using testing::writeFile;
 
-std::string info(std::string_view id) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
-           "<string>" + std::string(id) + "</string></dict></plist>\n";
-}
-
 // A Mac with two apps, one of them in a vendor's folder, and what gone apps and these two left.
 class RecordedMac : public ::testing::Test {
 protected:
@@ -55,7 +50,7 @@ protected:
         EXPECT_TRUE(load.recording) << load.error;
         return recordedFacts(std::make_shared<const Recording>(std::move(*load.recording)));
     }
-    void app(const std::string& path, std::string_view id) { put(path + "/Contents/Info.plist", info(id)); }
+    void app(const std::string& path, std::string_view id) { put(path + "/Contents/Info.plist", testing::infoPlistWithIdentifier(id)); }
     void put(const std::string& relative, std::string_view text = "x") { writeFile(dir / ("root/" + relative), text); }
     void mkdir(const std::string& relative) { dir.mkdir("root/" + relative); }
 

@@ -17,12 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::CommandCase;
 using C = CommandCase;
-const std::string kAlex = std::string("--replay ") + TEST_DATA_DIR + "/replay/alex ";
-
-std::string info(std::string_view id) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
-           "<string>" + std::string(id) + "</string></dict></plist>\n";
-}
+const std::string& kAlex = testing::kAlexReplay;
 
 std::vector<std::string> field(const nlohmann::json& rows, const char* key) {
     std::vector<std::string> values;
@@ -90,7 +85,7 @@ TEST(AppsCommands, TheRecordedMac) {
 // This machine: the app and its leftovers go to the ledger's Trash; what is not an app is refused.
 TEST(AppsCommands, UninstallInARealHome) {
     testing::TempDir d;
-    const std::string app = d.write("Applications/Example.app/Contents/Info.plist", info("com.example.tool"));
+    const std::string app = d.write("Applications/Example.app/Contents/Info.plist", testing::infoPlistWithIdentifier("com.example.tool"));
     const std::string prefs = d.write("Library/Preferences/com.example.tool.plist");
     const std::string caches = d.write("Library/Caches/com.example.tool/Cache.db");
     const std::string other = d.write("Library/Preferences/com.other.gone.plist");
@@ -143,13 +138,13 @@ TEST(AppsCommands, UninstallInARealHome) {
 TEST(AppsCommands, TrashAppsInARealHome) {
     const C cases[] = {
         {"trash-apps delete Foo.app", 0, C::out, "Foo.app: deleted\n", C::whole,
-         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", info("com.example.foo")); },
+         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", testing::infoPlistWithIdentifier("com.example.foo")); },
          "HOME={D}"},
         {"trash-apps delete Foo.app ../x.app", 1, C::out, "../x.app: not deleted — ", C::contains,
-         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", info("com.example.foo")); },
+         [](const testing::TempDir& t) { t.write(".Trash/Foo.app/Contents/Info.plist", testing::infoPlistWithIdentifier("com.example.foo")); },
          "HOME={D}"},
         {"trash-apps", 0, C::out, "• Bar  (Bar.app 12-04-33)  com.example.bar\n", C::contains,
-         [](const testing::TempDir& t) { t.write(".Trash/Bar.app 12-04-33/Contents/Info.plist", info("com.example.bar")); },
+         [](const testing::TempDir& t) { t.write(".Trash/Bar.app 12-04-33/Contents/Info.plist", testing::infoPlistWithIdentifier("com.example.bar")); },
          "HOME={D}"},
         {"trash-apps", 0, C::out, "The Trash ({D}/.Trash) could not be read", C::contains,
          [](const testing::TempDir& t) { t.write(".Trash"); }, "HOME={D}"},
@@ -168,7 +163,7 @@ TEST(AppsCommands, UninstallSetsTheMachinesLeftoversAsideThroughTheHelper) {
     const bool made = !fs::exists("/Library");
     const std::string plist = "/Library/Preferences/" + id + ".plist";
     testing::writeFile(plist, "x");
-    d.write("Applications/Gone.app/Contents/Info.plist", info(id));
+    d.write("Applications/Gone.app/Contents/Info.plist", testing::infoPlistWithIdentifier(id));
     d.mkdir(".Trash");
     {
         testing::Daemon daemon(d.path(), "uninstall", {ORVANE_BINARY});
@@ -195,7 +190,7 @@ TEST(AppsCommands, TheAppListOnARealHome) {
              {"Applications/Yak.app", "com.acme.yak"},
              {"Applications/Old/Yak.app", "com.acme.yak"},
          })
-        d.write(path + "/Contents/Info.plist", info(id));
+        d.write(path + "/Contents/Info.plist", testing::infoPlistWithIdentifier(id));
     const std::string env = "HOME=" + d.path();
     auto o = testing::runOrvane("apps --group --sort nameAsc --json", d.path(), env);
     ASSERT_EQ(o.status, 0) << o.err;

@@ -15,6 +15,9 @@
 
 namespace orvane::testing {
 
+// The arguments that make orvane read the recorded Mac of alex, built from real captures.
+inline const std::string kAlexReplay = std::string("--replay ") + TEST_DATA_DIR + "/replay/alex ";
+
 struct Outcome {
     int status = -1;
     std::string out;

@@ -18,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::CommandCase;
 using C = CommandCase;
-const std::string kAlex = std::string("--replay ") + TEST_DATA_DIR + "/replay/alex ";
+const std::string& kAlex = testing::kAlexReplay;
 
 TEST(StartupCommand, TheRecordedMac) {
     testing::TempDir scratch;

@@ -13,7 +13,7 @@ namespace {
 
 using testing::CommandCase;
 using C = CommandCase;
-const std::string kAlex = std::string("--replay ") + TEST_DATA_DIR + "/replay/alex ";
+const std::string& kAlex = testing::kAlexReplay;
 
 TEST(StorageCommand, TheRecordedMac) {
     testing::TempDir scratch;

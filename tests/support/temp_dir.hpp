@@ -17,6 +17,12 @@ inline void writeFile(const std::string& path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
+// An app bundle's Info.plist that says only its identifier.
+inline std::string infoPlistWithIdentifier(std::string_view id) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+           "<string>" + std::string(id) + "</string></dict></plist>\n";
+}
+
 class TempDir {
 public:
     // In `base` (a real disk for tests that need one: "/var/tmp"); the path is the resolved one,
