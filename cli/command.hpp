@@ -122,5 +122,6 @@ void addLeftoversCommands(Registry& registry);
 void addTrashAppsCommands(Registry& registry);
 void addAppsCommands(Registry& registry);
 void addGenuineCommand(Registry& registry);
+void addDupesCommands(Registry& registry);
 
 }  // namespace orvane::cli

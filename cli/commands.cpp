@@ -10,8 +10,9 @@ void registerCommands(Registry& registry) {
     addStartupCommand(registry);
     addLeftoversCommands(registry);  // leftovers, uninstall
     addTrashAppsCommands(registry);
-    addAppsCommands(registry);
-    addGenuineCommand(registry);  // apps, apps copies, apps kexts, apps reset-permissions
+    addAppsCommands(registry);  // apps, apps copies, apps kexts, apps reset-permissions
+    addGenuineCommand(registry);
+    addDupesCommands(registry);  // dupes, dupes merge
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

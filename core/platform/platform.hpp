@@ -160,4 +160,22 @@ std::optional<std::int64_t> physicalStart(const std::string& path);
 // None when the file system will not tell.
 std::optional<std::int64_t> privateSize(const std::string& path);
 
+// Makes `copy`, which holds the same bytes as `keeper`, share the keeper's storage, and leaves it
+// at its path with its own owner, mode and times. Linux asks the kernel to compare and share
+// (FIDEDUPERANGE, in the chunks the kernel takes), which checks the bytes itself under lock. macOS
+// clones the keeper at `working`, gives the clone the copy's metadata and renames it over the copy;
+// a crash leaves `working` for the repair to remove. Neither follows a link.
+enum class ShareOutcome {
+    shared,
+    differs,      // the bytes are not the same (Linux tells; macOS relies on the caller's check)
+    unsupported,  // this file system cannot share storage between files
+    failed,       // refused or failed otherwise: `error` says why
+};
+struct ShareResult {
+    ShareOutcome outcome = ShareOutcome::failed;
+    int error = 0;  // the errno, for `failed`
+    bool operator==(const ShareResult&) const = default;
+};
+ShareResult shareStorage(const std::string& keeper, const std::string& copy, const std::string& working);
+
 }  // namespace orvane::platform

@@ -4,7 +4,9 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <libproc.h>
+#include <copyfile.h>
 #include <sys/attr.h>
+#include <sys/clonefile.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/ucred.h>
@@ -172,6 +174,19 @@ std::optional<std::int64_t> privateSize(const std::string& path) {
     off_t size = 0;
     std::memcpy(&size, buffer + sizeof(std::uint32_t) + sizeof returned, sizeof size);
     return static_cast<std::int64_t>(size);
+}
+
+ShareResult shareStorage(const std::string& keeper, const std::string& copy, const std::string& working) {
+    if (::clonefile(keeper.c_str(), working.c_str(), CLONE_NOFOLLOW | CLONE_NOOWNERCOPY) != 0)
+        return {errno == ENOTSUP || errno == EXDEV ? ShareOutcome::unsupported : ShareOutcome::failed, errno};
+    // The clone takes the copy's own owner, mode, flags, times and extended attributes.
+    if (::copyfile(copy.c_str(), working.c_str(), nullptr, COPYFILE_METADATA | COPYFILE_NOFOLLOW) != 0 ||
+        ::rename(working.c_str(), copy.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(working.c_str());
+        return {ShareOutcome::failed, error};
+    }
+    return {ShareOutcome::shared, 0};
 }
 
 }  // namespace orvane::platform

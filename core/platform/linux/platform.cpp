@@ -246,4 +246,64 @@ std::optional<std::int64_t> privateSize(const std::string& path) {
     return total;
 }
 
+namespace {
+
+bool cannotShare(int error) { return error == EOPNOTSUPP || error == ENOTTY || error == EINVAL || error == EXDEV; }
+
+}  // namespace
+
+ShareResult shareStorage(const std::string& keeper, const std::string& copy, const std::string& /*working*/) {
+    // Read-only is enough for the copy when its owner asks, and leaves its times alone.
+    const int from = ::open(keeper.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (from < 0) return {ShareOutcome::failed, errno};
+    const int to = ::open(copy.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (to < 0) {
+        const int error = errno;
+        ::close(from);
+        return {ShareOutcome::failed, error};
+    }
+    ShareResult result{ShareOutcome::shared, 0};
+    const auto keeperFacts = fstatFacts(from);
+    const auto copyFacts = fstatFacts(to);
+    if (!keeperFacts || !copyFacts || !keeperFacts->isRegularFile() || !copyFacts->isRegularFile()) {
+        result = {ShareOutcome::failed, EINVAL};
+    } else if (keeperFacts->size != copyFacts->size) {
+        result = {ShareOutcome::differs, 0};
+    } else {
+        std::vector<unsigned char> buffer(sizeof(struct file_dedupe_range) + sizeof(struct file_dedupe_range_info));
+        auto* range = reinterpret_cast<struct file_dedupe_range*>(buffer.data());
+        const auto size = static_cast<std::uint64_t>(keeperFacts->size);
+        for (std::uint64_t at = 0; at < size;) {
+            std::fill(buffer.begin(), buffer.end(), 0);
+            range->src_offset = at;
+            range->src_length = size - at;
+            range->dest_count = 1;
+            range->info[0].dest_fd = to;
+            range->info[0].dest_offset = at;
+            if (::ioctl(from, FIDEDUPERANGE, range) != 0) {
+                const int error = errno;
+                result = {cannotShare(error) ? ShareOutcome::unsupported : ShareOutcome::failed, error};
+                break;
+            }
+            const std::int32_t status = range->info[0].status;
+            if (status == FILE_DEDUPE_RANGE_DIFFERS) {
+                result = {ShareOutcome::differs, 0};
+                break;
+            }
+            if (status < 0) {
+                result = {cannotShare(-status) ? ShareOutcome::unsupported : ShareOutcome::failed, -status};
+                break;
+            }
+            if (range->info[0].bytes_deduped == 0) {  // no progress: never loop on it
+                result = {ShareOutcome::failed, EIO};
+                break;
+            }
+            at += range->info[0].bytes_deduped;
+        }
+    }
+    ::close(to);
+    ::close(from);
+    return result;
+}
+
 }  // namespace orvane::platform
