@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -108,12 +109,6 @@ Digest newDigest() {
     return digest;
 }
 
-Digest copyOf(const Digest& digest) {
-    Digest copy(EVP_MD_CTX_new());
-    if (copy && EVP_MD_CTX_copy_ex(copy.get(), digest.get()) != 1) copy.reset();
-    return copy;
-}
-
 std::string finishHex(EVP_MD_CTX* digest) {
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
@@ -168,21 +163,26 @@ private:
 };
 
 // Bytes of a file kept in memory from its sample, so that the proof need not read them again.
+// Buffers go back to their worker's pool: a fresh allocation of megabytes costs a page fault per
+// page, more than the read itself.
 struct Piece {
     std::int64_t offset = 0;
-    std::vector<unsigned char> bytes;
-    std::int64_t end() const { return offset + static_cast<std::int64_t>(bytes.size()); }
+    std::int64_t length = 0;
+    std::unique_ptr<unsigned char[]> bytes;
+    std::size_t capacity = 0;
+    std::int64_t end() const { return offset + length; }
 };
 
 // The sample blocks of a file above one block: at 0, at size/2 above two blocks, at size less a
-// block; merged where they overlap, so that no byte is read twice.
-std::vector<std::pair<std::int64_t, std::int64_t>> sampleRanges(std::int64_t size) {
+// block.
+std::vector<std::pair<std::int64_t, std::int64_t>> sampleBlocks(std::int64_t size) {
     std::vector<std::pair<std::int64_t, std::int64_t>> blocks = {{0, std::min(size, kSampleBlockBytes)}};
     if (size > 2 * kSampleBlockBytes) blocks.emplace_back(size / 2, std::min(size, size / 2 + kSampleBlockBytes));
     if (size > kSampleBlockBytes) blocks.emplace_back(size - kSampleBlockBytes, size);
     return blocks;
 }
 
+// The same blocks merged where they overlap, so that no byte is read twice.
 std::vector<std::pair<std::int64_t, std::int64_t>> merged(std::vector<std::pair<std::int64_t, std::int64_t>> ranges) {
     std::sort(ranges.begin(), ranges.end());
     std::vector<std::pair<std::int64_t, std::int64_t>> out;
@@ -198,46 +198,64 @@ void feedFromPieces(EVP_MD_CTX* digest, const std::vector<Piece>& pieces, std::i
         if (piece.end() <= from || piece.offset >= to) continue;
         const std::int64_t start = std::max(from, piece.offset);
         const std::int64_t stop = std::min(to, piece.end());
-        EVP_DigestUpdate(digest, piece.bytes.data() + (start - piece.offset), static_cast<std::size_t>(stop - start));
+        EVP_DigestUpdate(digest, piece.bytes.get() + (start - piece.offset), static_cast<std::size_t>(stop - start));
     }
 }
 
-// A large file between its sample and its proof.
+// A file above one block between its sample and its proof.
 struct Sampled {
     int index = -1;
-    std::string sample;
-    Digest afterFirstBlock;  // the proof goes on from here
-    std::vector<Piece> kept;  // empty when the worker's memory was spent
+    std::optional<std::string> sample;  // sampleHash, when the blocks were not kept
+    std::vector<Piece> kept;            // the sample blocks, merged
 };
 
-constexpr std::int64_t kKeptBytesPerWorker = 96 * 1024 * 1024;
+// What a worker may keep of one size group's samples; past it the samples are digested and the
+// proof reads those blocks again.
+constexpr std::int64_t kKeptBytesPerWorker = 64 * 1024 * 1024;
+// The proof reads what it does not hold in pieces that stay in the processor's cache between the
+// read and the digest.
+constexpr std::size_t kProofReadBytes = 1024 * 1024;
 
 class Hasher {
 public:
     Hasher(std::vector<Candidate>& files, const Facts& facts, std::atomic<std::int64_t>& bytesRead)
-        : files_(files), facts_(facts), bytesRead_(bytesRead), chunk_(static_cast<std::size_t>(kFullHashChunkBytes)) {}
+        : files_(files), facts_(facts), bytesRead_(bytesRead), chunk_(static_cast<std::size_t>(kSampleBlockBytes)) {}
 
     // Gives the files of one size that can be read their full digest.
     void proveSizeGroup(const std::vector<int>& group) {
-        if (files_[group.front()].facts.size <= kSampleBlockBytes) {
+        const std::int64_t size = files_[group.front()].facts.size;
+        if (size <= kSampleBlockBytes) {
             for (int index : group) hashSmall(index);
             return;
         }
-        std::vector<Sampled> sampled;
+        const auto ranges = merged(sampleBlocks(size));
+        std::int64_t sampleBytes = 0;
+        for (const auto& [from, to] : ranges) sampleBytes += to - from;
+        // When the group's samples do not all fit, they are compared by digest, and those that
+        // fit are still kept for the proof.
+        const bool byDigest = sampleBytes * static_cast<std::int64_t>(group.size()) > kKeptBytesPerWorker;
         std::int64_t keptBytes = 0;
+        std::vector<Sampled> sampled;
         for (int index : group) {
-            Sampled one = sample(index);
+            const bool keep = keptBytes + sampleBytes <= kKeptBytesPerWorker;
+            Sampled one = keep ? keepSample(index, ranges) : digestSample(index, size);
             if (one.index < 0) continue;
-            std::int64_t bytes = 0;
-            for (const auto& piece : one.kept) bytes += static_cast<std::int64_t>(piece.bytes.size());
-            if (keptBytes + bytes > kKeptBytesPerWorker) one.kept.clear();
-            else keptBytes += bytes;
+            if (keep) keptBytes += sampleBytes;
+            if (keep && byDigest) one.sample = digestOfKept(one, size);
             sampled.push_back(std::move(one));
         }
-        std::map<std::string, int> samePrint;
-        for (const auto& one : sampled) ++samePrint[one.sample];
+        // Files whose samples agree, by their bytes when held, else by their digests.
+        std::vector<std::vector<Sampled*>> alike;
+        for (auto& one : sampled) {
+            auto same = std::find_if(alike.begin(), alike.end(), [&](const auto& bucket) { return sameSample(*bucket[0], one); });
+            if (same == alike.end()) alike.push_back({&one});
+            else same->push_back(&one);
+        }
+        for (const auto& bucket : alike)
+            if (bucket.size() > 1)
+                for (Sampled* one : bucket) prove(*one, size);
         for (auto& one : sampled)
-            if (samePrint[one.sample] > 1) prove(one);
+            for (auto& piece : one.kept) giveBack(std::move(piece));
     }
 
 private:
@@ -254,63 +272,107 @@ private:
         file.hash = finishHex(digest.get());
     }
 
-    Sampled sample(int index) {
-        const Candidate& file = files_[index];
-        const std::int64_t size = file.facts.size;
-        OpenFile open(file, facts_);
-        if (!open.isOpen()) return {};
-        const auto blocks = sampleRanges(size);
-        Sampled one;
-        for (const auto& [from, to] : merged(blocks)) {
-            Piece piece{from, std::vector<unsigned char>(static_cast<std::size_t>(to - from))};
-            if (!open.readAt(from, piece.bytes.data(), piece.bytes.size(), bytesRead_)) return {};
-            one.kept.push_back(std::move(piece));
+    Piece piece(std::int64_t offset, std::int64_t length) {
+        Piece out;
+        // The smallest that fits, so that a block's buffer is not spent on a smaller block.
+        auto best = pool_.end();
+        for (auto it = pool_.begin(); it != pool_.end(); ++it)
+            if (it->capacity >= static_cast<std::size_t>(length) && (best == pool_.end() || it->capacity < best->capacity))
+                best = it;
+        if (best != pool_.end()) {
+            out = std::move(*best);
+            pool_.erase(best);
+        } else {
+            out.capacity = static_cast<std::size_t>(length);
+            out.bytes.reset(new unsigned char[out.capacity]);
         }
-        one.afterFirstBlock = newDigest();
-        if (!one.afterFirstBlock) return {};
-        feedFromPieces(one.afterFirstBlock.get(), one.kept, blocks[0].first, blocks[0].second);
-        Digest whole = copyOf(one.afterFirstBlock);
-        if (!whole) return {};
-        for (std::size_t i = 1; i < blocks.size(); ++i) feedFromPieces(whole.get(), one.kept, blocks[i].first, blocks[i].second);
-        one.sample = finishHex(whole.get());
+        out.offset = offset;
+        out.length = length;
+        return out;
+    }
+
+    // The pool holds no more than one size group may keep.
+    void giveBack(Piece piece) {
+        std::size_t pooled = piece.capacity;
+        for (const auto& held : pool_) pooled += held.capacity;
+        if (pooled <= static_cast<std::size_t>(kKeptBytesPerWorker)) pool_.push_back(std::move(piece));
+    }
+
+    Sampled keepSample(int index, const std::vector<std::pair<std::int64_t, std::int64_t>>& ranges) {
+        OpenFile open(files_[index], facts_);
+        if (!open.isOpen()) return {};
+        Sampled one;
+        for (const auto& [from, to] : ranges) {
+            Piece held = piece(from, to - from);
+            const bool read = open.readAt(from, held.bytes.get(), static_cast<std::size_t>(to - from), bytesRead_);
+            one.kept.push_back(std::move(held));
+            if (!read) {
+                for (auto& back : one.kept) giveBack(std::move(back));
+                return {};
+            }
+        }
         one.index = index;
         return one;
     }
 
-    // The rest of the digest after the first block: kept bytes from memory, the others read once.
-    void prove(Sampled& one) {
+    // sampleHash's digest of the blocks, read through the worker's one buffer.
+    Sampled digestSample(int index, std::int64_t size) {
+        OpenFile open(files_[index], facts_);
+        Digest digest = newDigest();
+        if (!open.isOpen() || !digest) return {};
+        for (const auto& [from, to] : sampleBlocks(size)) {
+            if (!open.readAt(from, chunk_.data(), static_cast<std::size_t>(to - from), bytesRead_)) return {};
+            EVP_DigestUpdate(digest.get(), chunk_.data(), static_cast<std::size_t>(to - from));
+        }
+        return {index, finishHex(digest.get()), {}};
+    }
+
+    static std::string digestOfKept(const Sampled& one, std::int64_t size) {
+        Digest digest = newDigest();
+        if (!digest) return {};  // no digest to be had: the proof decides
+        for (const auto& [from, to] : sampleBlocks(size)) feedFromPieces(digest.get(), one.kept, from, to);
+        return finishHex(digest.get());
+    }
+
+    static bool sameSample(const Sampled& a, const Sampled& b) {
+        if (a.sample || b.sample) return a.sample == b.sample;
+        for (std::size_t i = 0; i < a.kept.size(); ++i)
+            if (std::memcmp(a.kept[i].bytes.get(), b.kept[i].bytes.get(), static_cast<std::size_t>(a.kept[i].length)) != 0)
+                return false;
+        return true;
+    }
+
+    // The digest of every byte: held pieces from memory, the rest read once.
+    void prove(const Sampled& one, std::int64_t size) {
         Candidate& file = files_[one.index];
-        const std::int64_t size = file.facts.size;
         OpenFile open(file, facts_);
-        if (!open.isOpen()) return;
-        EVP_MD_CTX* digest = one.afterFirstBlock.get();
-        std::int64_t at = kSampleBlockBytes;
-        while (at < size) {
+        Digest digest = newDigest();
+        if (!open.isOpen() || !digest) return;
+        for (std::int64_t at = 0; at < size;) {
+            std::int64_t nextHeld = size;
             const Piece* covering = nullptr;
-            std::int64_t nextKept = size;
             for (const auto& piece : one.kept) {
                 if (piece.offset <= at && at < piece.end()) covering = &piece;
-                else if (piece.offset > at) nextKept = std::min(nextKept, piece.offset);
+                else if (piece.offset > at) nextHeld = std::min(nextHeld, piece.offset);
             }
             if (covering) {
-                const std::int64_t stop = std::min(size, covering->end());
-                feedFromPieces(digest, one.kept, at, stop);
-                at = stop;
+                feedFromPieces(digest.get(), one.kept, at, covering->end());
+                at = covering->end();
                 continue;
             }
-            const auto want = static_cast<std::size_t>(std::min(nextKept - at, kFullHashChunkBytes));
+            const auto want = static_cast<std::size_t>(std::min<std::int64_t>(nextHeld - at, kProofReadBytes));
             if (!open.readAt(at, chunk_.data(), want, bytesRead_)) return;
-            EVP_DigestUpdate(digest, chunk_.data(), want);
+            EVP_DigestUpdate(digest.get(), chunk_.data(), want);
             at += static_cast<std::int64_t>(want);
         }
-        file.hash = finishHex(digest);
-        one.kept.clear();
+        file.hash = finishHex(digest.get());
     }
 
     std::vector<Candidate>& files_;
     const Facts& facts_;
     std::atomic<std::int64_t>& bytesRead_;
     std::vector<unsigned char> chunk_;
+    std::vector<Piece> pool_;
 };
 
 // Both cores (or up to four) take the size groups largest first, so that the last big one does
