@@ -4,39 +4,16 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <memory>
 #include <vector>
 
-#include <openssl/evp.h>
+#include "core/duplicates/digest.hpp"
 
 namespace orvane {
 
 namespace {
 
-struct DigestFree {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using Digest = std::unique_ptr<EVP_MD_CTX, DigestFree>;
-
-Digest newDigest() {
-    Digest digest(EVP_MD_CTX_new());
-    if (digest && EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) digest.reset();
-    return digest;
-}
-
-std::string finishHex(EVP_MD_CTX* digest) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(digest, bytes, &length);
-    std::string hex;
-    char two[3];
-    for (unsigned int i = 0; i < length; ++i) {
-        std::snprintf(two, sizeof two, "%02x", bytes[i]);
-        hex += two;
-    }
-    return hex;
-}
+using digest::Digest;
+using digest::finishHex;
 
 // One read of up to `want` bytes, resumed after a signal; what a short read leaves is not
 // chased, since a read error of the middle ends nothing either.
@@ -70,7 +47,7 @@ std::optional<std::string> sampleHash(const std::string& path) {
     if (size > 2 * kSampleBlockBytes) offsets.push_back(size / 2);
     if (size > kSampleBlockBytes) offsets.push_back(size - kSampleBlockBytes);
 
-    Digest digest = newDigest();
+    Digest digest = digest::newSHA256();
     if (!digest) {
         ::close(fd);
         return std::nullopt;
@@ -88,7 +65,7 @@ std::optional<std::string> sampleHash(const std::string& path) {
 std::optional<std::string> fullHash(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
-    Digest digest = newDigest();
+    Digest digest = digest::newSHA256();
     if (!digest) {
         ::close(fd);
         return std::nullopt;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -17,11 +16,10 @@
 #include <unordered_map>
 #include <utility>
 
-#include <openssl/evp.h>
-
 #include "core/common/format.hpp"
 #include "core/common/path.hpp"
 #include "core/duplicates/content_hash.hpp"
+#include "core/duplicates/digest.hpp"
 #include "core/duplicates/keeper.hpp"
 
 namespace orvane {
@@ -98,29 +96,8 @@ struct Walk {
     }
 };
 
-struct DigestFree {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using Digest = std::unique_ptr<EVP_MD_CTX, DigestFree>;
-
-Digest newDigest() {
-    Digest digest(EVP_MD_CTX_new());
-    if (digest && EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) digest.reset();
-    return digest;
-}
-
-std::string finishHex(EVP_MD_CTX* digest) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(digest, bytes, &length);
-    static constexpr char kHex[] = "0123456789abcdef";
-    std::string hex(2 * length, '0');
-    for (unsigned int i = 0; i < length; ++i) {
-        hex[2 * i] = kHex[bytes[i] >> 4];
-        hex[2 * i + 1] = kHex[bytes[i] & 15];
-    }
-    return hex;
-}
+using digest::Digest;
+using digest::finishHex;
 
 // The file a candidate names, opened without following a link and without waiting on a FIFO, and
 // only while it is still the regular file of that size and time the walk saw: anything else
@@ -266,7 +243,7 @@ private:
         if (!open.isOpen()) return;
         const auto size = static_cast<std::size_t>(file.facts.size);
         if (!open.readAt(0, chunk_.data(), size, bytesRead_)) return;
-        Digest digest = newDigest();
+        Digest digest = digest::newSHA256();
         if (!digest) return;
         EVP_DigestUpdate(digest.get(), chunk_.data(), size);
         file.hash = finishHex(digest.get());
@@ -318,7 +295,7 @@ private:
     // sampleHash's digest of the blocks, read through the worker's one buffer.
     Sampled digestSample(int index, std::int64_t size) {
         OpenFile open(files_[index], facts_);
-        Digest digest = newDigest();
+        Digest digest = digest::newSHA256();
         if (!open.isOpen() || !digest) return {};
         for (const auto& [from, to] : sampleBlocks(size)) {
             if (!open.readAt(from, chunk_.data(), static_cast<std::size_t>(to - from), bytesRead_)) return {};
@@ -328,7 +305,7 @@ private:
     }
 
     static std::string digestOfKept(const Sampled& one, std::int64_t size) {
-        Digest digest = newDigest();
+        Digest digest = digest::newSHA256();
         if (!digest) return {};  // no digest to be had: the proof decides
         for (const auto& [from, to] : sampleBlocks(size)) feedFromPieces(digest.get(), one.kept, from, to);
         return finishHex(digest.get());
@@ -346,7 +323,7 @@ private:
     void prove(const Sampled& one, std::int64_t size) {
         Candidate& file = files_[one.index];
         OpenFile open(file, facts_);
-        Digest digest = newDigest();
+        Digest digest = digest::newSHA256();
         if (!open.isOpen() || !digest) return;
         for (std::int64_t at = 0; at < size;) {
             std::int64_t nextHeld = size;
