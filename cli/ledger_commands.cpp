@@ -8,6 +8,8 @@
 #include "core/ledger/action_log.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/ledger/repair.hpp"
+#include "core/relocation/destinations.hpp"
+#include "core/relocation/drive_mount.hpp"
 
 namespace orvane::cli {
 namespace {
@@ -70,8 +72,18 @@ Result runMoves(const Invocation& in) {
         row["size"] = fmtBytes(move.bytes);
         rows.push_back(std::move(row));
     }
+    const auto away = missingDrives(moves, in.facts.exists);
+    nlohmann::ordered_json missing = nlohmann::ordered_json::array();
+    for (const auto& drive : away) {
+        std::int64_t bytes = 0;
+        for (const auto& move : drive.moves) bytes = addBytesOrUnknown(bytes, std::max<std::int64_t>(move.bytes, 0));
+        missing.push_back({{"drive", drive.drive},
+                           {"moves", static_cast<std::int64_t>(drive.moves.size())},
+                           {"bytes", bytes < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(bytes)}});
+    }
     result.json = {{"moves", std::move(rows)},
-                   {"totalBytes", total < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(total)}};
+                   {"totalBytes", total < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(total)},
+                   {"missingDrives", std::move(missing)}};
     if (moves.empty()) {
         result.line("No moves on record.");
         return result;
@@ -81,6 +93,19 @@ Result runMoves(const Invocation& in) {
         result.line("    " + move.src + (move.symlinked ? " -> " : " moved to ") + move.dst);
     }
     result.line(counted(static_cast<std::int64_t>(moves.size()), "move") + ", " + sizeText(total) + " in all.");
+    for (const auto& drive : away)
+        result.line(drive.drive + " is away: " + counted(static_cast<std::int64_t>(drive.moves.size()), "shortcut") +
+                    " on this machine point into it. orvane moves mount \"" + drive.drive + "\" brings it back.");
+    return result;
+}
+
+Result runMount(const std::string& name, const Invocation& in) {
+    if (in.facts.recorded) return nothingChangedOnARecording({"Would look for " + name + " among the disks and mount it."});
+    const DriveMount mount = mountDrive(name, in.facts);
+    Result result;
+    result.line(mount.line);
+    result.status = mount.mounted ? kDone : kRefused;
+    result.json = {{"mounted", mount.mounted}, {"line", mount.line}};
     return result;
 }
 
@@ -106,11 +131,19 @@ void addLedgerCommands(Registry& registry) {
     auto* since = history->add_option("--since", options->since, "Only lines dated after this ISO 8601 time, e.g. 2026-01-31T12:00:00Z");
     history->add_flag("--all", options->all, "Every line of the log and of its older generation")->excludes(since);
 
-    registry.add("moves",
-                 "List the items relocated to other drives, newest first: what each was, where it went, "
-                 "its size, and whether a shortcut stands in its old place. Exit 0. --json prints {\"moves\": [...], "
-                 "\"totalBytes\": N}, N null when the total is unknown.",
-                 runMoves);
+    auto* moves = registry.add(
+        "moves",
+        "List the items relocated to other drives, newest first: what each was, where it went, its size, and "
+        "whether a shortcut stands in its old place; then the drives that shortcuts point into and that are away. "
+        "Exit 0. --json prints {\"moves\": [...], \"totalBytes\": N, \"missingDrives\": [{\"drive\", \"moves\", "
+        "\"bytes\"}]}, N null when the total is unknown.",
+        runMoves);
+    auto name = std::make_shared<std::string>();
+    auto* mount = registry.add(*moves, "mount",
+                               "Mount a drive that is plugged in but not mounted, by its name, so that the shortcuts "
+                               "into it work again. Exit 0 when mounted, 1 otherwise.",
+                               [name](const Invocation& in) { return runMount(*name, in); });
+    mount->add_option("NAME", *name, "The drive's name")->required();
 }
 
 }  // namespace orvane::cli

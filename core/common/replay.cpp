@@ -340,6 +340,11 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
             return value != recording->system.end() && value->is_string() ? value->get<std::string>()
                                                                           : std::string(fallback);
         };
+        // A drive under /Volumes is a file system of its own, of a type the recording does not know.
+        if (path.starts_with("/Volumes/")) {
+            const std::string rest = path.substr(9);
+            return platform::MountFacts{"/Volumes/" + rest.substr(0, rest.find('/')), "", ""};
+        }
         return platform::MountFacts{"/", text("fileSystemType", "apfs"), text("rootDevice", "")};
     };
     // Only the home's volume was recorded; the Mac's disk is one volume group, so it answers for

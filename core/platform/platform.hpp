@@ -160,6 +160,15 @@ std::optional<std::int64_t> physicalStart(const std::string& path);
 // None when the file system will not tell.
 std::optional<std::int64_t> privateSize(const std::string& path);
 
+// Whether the device a file system was mounted from ("/dev/sdb1") is one the kernel calls
+// removable (a USB stick, a card); the partition's disk is asked. False when it cannot be told,
+// and always on macOS, whose volume list says which drives are internal.
+bool isRemovableDevice(const std::string& device);
+
+// Flushes what was written to the file system holding `path` to its device (syncfs on Linux,
+// sync on macOS): a move removes its source only once the copy is on the drive.
+void syncFileSystem(const std::string& path);
+
 // Makes `copy`, which holds the same bytes as `keeper`, share the keeper's storage, and leaves it
 // at its path with its own owner, mode and times. Linux asks the kernel to compare and share
 // (FIDEDUPERANGE, in the chunks the kernel takes), which checks the bytes itself under lock. macOS

@@ -189,4 +189,8 @@ ShareResult shareStorage(const std::string& keeper, const std::string& copy, con
     return {ShareOutcome::shared, 0};
 }
 
+bool isRemovableDevice(const std::string& /*device*/) { return false; }
+
+void syncFileSystem(const std::string& /*path*/) { ::sync(); }
+
 }  // namespace orvane::platform

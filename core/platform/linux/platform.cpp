@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -304,6 +305,32 @@ ShareResult shareStorage(const std::string& keeper, const std::string& copy, con
     ::close(to);
     ::close(from);
     return result;
+}
+
+bool isRemovableDevice(const std::string& device) {
+    if (!device.starts_with("/dev/")) return false;
+    std::error_code error;
+    // /sys/class/block/NAME is a link into the device tree; a partition's folder sits inside its
+    // disk's, and only the disk says whether it is removable.
+    const std::filesystem::path node =
+        std::filesystem::canonical("/sys/class/block/" + device.substr(device.rfind('/') + 1), error);
+    if (error) return false;
+    for (const auto& folder : {node, node.parent_path()}) {
+        std::ifstream in(folder / "removable");
+        char flag = 0;
+        if (in >> flag) return flag == '1';
+    }
+    return false;
+}
+
+void syncFileSystem(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        ::sync();
+        return;
+    }
+    if (::syncfs(fd) != 0) ::sync();
+    ::close(fd);
 }
 
 }  // namespace orvane::platform
