@@ -1,5 +1,6 @@
 // orvane destinations, move and moves end to end: on the recorded Mac, killed at any moment and
 // repaired, and as root onto an ext4 drive mounted under /mnt.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
@@ -142,7 +143,8 @@ TEST(MoveCommands, ToADriveByItsName) {
     auto o = testing::runOrvane(ledger + "destinations --json", home.path());
     ASSERT_EQ(o.status, 0) << o.err;
     bool listed = false;
-    for (const auto& row : nlohmann::json::parse(o.out)["destinations"])
+    const auto listing = nlohmann::json::parse(o.out);
+    for (const auto& row : listing["destinations"])
         if (row["id"] == mountPoint) listed = row["name"] == name && row["format"] == "ext4" && row["verdict"] == "ok";
     EXPECT_TRUE(listed) << o.out;
 
@@ -150,7 +152,7 @@ TEST(MoveCommands, ToADriveByItsName) {
     o = testing::runOrvane(ledger + "move " + source + " --to " + name + " --title Installer", home.path());
     ASSERT_EQ(o.status, 0) << o.out << o.err;
     EXPECT_EQ(fs::read_symlink(source), mountPoint + "/Offloaded/installer.dmg");
-    EXPECT_EQ(readFile(source)->size(), 2u * 1024 * 1024);
+    EXPECT_EQ(fs::file_size(source), 2u * 1024 * 1024);  // through the shortcut
     o = testing::runOrvane(ledger + "moves --json", home.path());
     const auto moves = nlohmann::json::parse(o.out);
     EXPECT_EQ(moves["moves"][0]["title"], "Installer");
