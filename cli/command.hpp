@@ -124,5 +124,6 @@ void addAppsCommands(Registry& registry);
 void addGenuineCommand(Registry& registry);
 void addDupesCommands(Registry& registry);
 void addMoveCommands(Registry& registry);
+void addAutoMoveCommands(Registry& registry);
 
 }  // namespace orvane::cli

@@ -14,6 +14,7 @@ void registerCommands(Registry& registry) {
     addGenuineCommand(registry);
     addDupesCommands(registry);  // dupes, dupes merge
     addMoveCommands(registry);  // destinations, move
+    addAutoMoveCommands(registry);  // automove, automove set
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);
