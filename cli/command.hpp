@@ -123,5 +123,6 @@ void addTrashAppsCommands(Registry& registry);
 void addAppsCommands(Registry& registry);
 void addGenuineCommand(Registry& registry);
 void addDupesCommands(Registry& registry);
+void addMediaCommand(Registry& registry);
 
 }  // namespace orvane::cli

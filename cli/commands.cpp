@@ -13,6 +13,7 @@ void registerCommands(Registry& registry) {
     addAppsCommands(registry);  // apps, apps copies, apps kexts, apps reset-permissions
     addGenuineCommand(registry);
     addDupesCommands(registry);  // dupes, dupes merge
+    addMediaCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);
