@@ -34,23 +34,17 @@ TEST(LogicSoundLibrary, RouteByTheNewestInstalledApp) {
     } cases[] = {
         {"12.0", std::nullopt, true, bundle("Logic Pro 12.0", "Logic Pro"), true},
         {"12.0", "3.6", false, noBundle("Logic Pro 12.0"), false},
-        {"13", std::nullopt, false, noBundle("Logic Pro 13"), false},
         {"11.2", std::nullopt, false, open("Logic Pro"), true},
         {"11.2", "3.6", false, open("Logic Pro"), true},
         // A newer MainStage takes Logic's own version into the bundle sentence.
         {"11.2", "4.0", true, bundle("Logic Pro 11.2", "Logic Pro"), true},
-        {"11.2", "4.0", false, noBundle("Logic Pro 11.2"), false},
         {"10.8.1", "beta", true, open("Logic Pro"), true},
         {std::nullopt, "3.6.4", false, open("MainStage"), true},
         {std::nullopt, "4.1", true, bundle("MainStage 4.1", "MainStage"), true},
-        {std::nullopt, "4.1", false, noBundle("MainStage 4.1"), false},
-        {std::nullopt, std::nullopt, false, generic, true},
         {std::nullopt, std::nullopt, true, generic, true},
         // A version that begins with no number is none; the text itself still names the app.
         {"v12", std::nullopt, false, generic, true},
-        {"", std::nullopt, false, generic, true},
         {"beta", "4.0", false, noBundle("MainStage 4.0"), false},
-        {"12a.1", "4.0", true, bundle("MainStage 4.0", "MainStage"), true},
         // Empty pieces go before the first is read; a sign is part of a decimal number.
         {"..12.1", std::nullopt, true, bundle("Logic Pro ..12.1", "Logic Pro"), true},
         {"+12", std::nullopt, true, bundle("Logic Pro +12", "Logic Pro"), true},

@@ -41,17 +41,12 @@ TEST(MusicStores, ExactPathsFindTheirVendor) {
         {"/Users/Shared/Native Instruments", "ni", MusicLane::officialRepoint},
         {"/Users/amy/Documents/Native Instruments", "ni", MusicLane::officialRepoint},
         {"/Users/amy/Library/Application Support/UVI", "uvi", MusicLane::symlinkFriendly},
-        {"/Users/amy/Music/Ableton/User Library", "ableton", MusicLane::symlinkFriendly},
-        {"/Users/amy/Splice", "splice", MusicLane::officialRepoint},
         {"/Library/Application Support/iZotope", "izotope", MusicLane::officialRepoint},
-        {"/Users/amy/Music/Vital", "vital", MusicLane::symlinkFriendly},
         {"/Users/amy/Music/Engine Library", "enginedj", MusicLane::symlinkFriendly},
         {"/Library/Application Support/Steinberg", "steinberg", MusicLane::portalPerformsMove},
         {"/Users/amy/Music/Vital/", std::nullopt, {}},         // exact: a trailing "/" is another text
         {"/Users/amy/Music/Vital/Presets", std::nullopt, {}},  // below a store is not the store
-        {"/Users/amy/Music/Ableton", std::nullopt, {}},        // nor is above one
         {"~/Music/Vital", std::nullopt, {}},                   // the table holds absolute paths
-        {"/Users/bob/Music/Vital", std::nullopt, {}},          // another home
     };
     for (const auto& c : cases) {
         const auto store = musicStore(c.path, amy);
@@ -65,13 +60,6 @@ TEST(MusicStores, ExactPathsFindTheirVendor) {
     EXPECT_FALSE(musicStore("/Users/amy/Music/Vital", bob));
     EXPECT_EQ(musicStorePaths(amy).size(), 14u);
     EXPECT_TRUE(musicStorePaths(bob).contains("/Users/bob/Documents/Splice"));
-    EXPECT_FALSE(musicStorePaths(bob).contains("/Users/amy/Documents/Splice"));
-
-    // Only Native Instruments says where its preferences keep the location.
-    for (const auto& store : musicStoreTable("/Users/amy")) {
-        EXPECT_EQ(store.prefsPrefix.has_value(), store.id == "ni") << store.id;
-        EXPECT_EQ(store.prefsKeyContains.has_value(), store.id == "ni") << store.id;
-    }
 }
 
 TEST(MusicStores, MusicChildrenAndTheOfficialBreakdown) {
@@ -81,13 +69,10 @@ TEST(MusicStores, MusicChildrenAndTheOfficialBreakdown) {
         std::string path;
         std::optional<MusicChildClass> kind;
     } cases[] = {
-        {"/Users/amy/Music/Music", appManaged},
-        {"/Users/amy/Music/Engine Library", vendorReferenced},
         {"/Users/amy/Music/Audio Music Apps", dawProjects},
         {"/Users/amy/Music/DJ.Studio", thirdPartyApp},
         {"/Users/amy/Music/logic", std::nullopt},  // case counts
         {"/Users/amy/Music/Logic/Song.logicx", std::nullopt},
-        {"/Users/amy/Movies/Logic", std::nullopt},
     };
     for (const auto& c : cases) {
         const auto child = musicChild(c.path, mac);
@@ -123,23 +108,18 @@ TEST(MusicStores, MoviesChildrenByName) {
         std::optional<ClassedChild> expected;
     } cases[] = {
         {"TV.localized", without, ClassedChild{appManaged, tv}},
-        {"TV", without, ClassedChild{appManaged, tv}},
         {"tv", without, std::nullopt},
         {"TV.localized.localized", without, std::nullopt},  // one suffix goes, not every one
         {"Motion Templates.localized", without, ClassedChild{vendorReferenced, std::string(moviesChildTable[1].note)}},
         {"Camtasia Projects.localized", without,
          ClassedChild{thirdPartyApp, "Camtasia Projects — app working/output data; check the app's own settings for "
                                      "a storage location before moving."}},
-        {"CapCut", without, ClassedChild{thirdPartyApp, "CapCut — app working/output data; check the app's own "
-                                                        "settings for a storage location before moving."}},
         {"capcut", without, std::nullopt},
         {"My Camtasia", without, std::nullopt},
         {"Trip.theater", without, ClassedChild{thirdPartyApp, orphan}},
         {"Trip.theater", withIMovie, ClassedChild{appManaged, managed}},
-        {"iMovie Library.imovielibrary", withIMovie, ClassedChild{appManaged, managed}},
         {"iMovie Library.imovielibrary.localized", without, ClassedChild{thirdPartyApp, orphan}},
         {"Holiday.fcpbundle", withIMovie, std::nullopt},  // Final Cut's libraries count, but have no class
-        {"", without, std::nullopt},
     };
     for (const auto& c : cases) EXPECT_EQ(moviesChildClass(c.name, c.facts), c.expected) << c.name;
 
@@ -147,13 +127,10 @@ TEST(MusicStores, MoviesChildrenByName) {
         std::string path;
         bool classed;
     } paths[] = {
-        {"/Users/amy/Movies/TV.localized", true},
         {"/Users/amy/Movies/Motion Templates", true},
         {"/Users/amy/Movies/Motion Templates/Titles", false},  // only direct children
-        {"/Users/amy/Movies", false},
         {"/Users/amy/Movies/", false},
         {"/Users/amy/MoviesTV", false},
-        {"/Users/amy/Music/TV", false},
         {"/Users/bob/Movies/TV", false},
     };
     for (const auto& p : paths) EXPECT_EQ(moviesChild(p.path, without).has_value(), p.classed) << p.path;
@@ -172,7 +149,6 @@ TEST(MusicStores, FolderTestsReadTheHomeEveryTimeOffThisMachine) {
          false, false, false},
         {{"/Users/amy/Movies/TV.localized/"}, false, false, true},
         {{"/Users/amy/Movies/Old.fcpbundle/"}, false, false, true},
-        {{"/Users/amy/Movies/Wondershare Filmora/"}, false, false, true},
         // Music and Movies as files: nothing to list.
         {{"/Users/amy/Music", "/Users/amy/Movies"}, false, false, false},
     };
@@ -200,16 +176,11 @@ TEST(MusicStores, FolderTestsReadTheHomeEveryTimeOffThisMachine) {
         bool infra;
     } library[] = {
         {"/Users/amy/Library", true},
-        {"/Users/amy/Library/Application Support", true},
-        {"/Users/amy/Library/Containers", true},
         {"/Users/amy/Library/Group Containers", true},
-        {"/Users/amy/Library/Preferences", true},
         {"/Users/amy/Library/Caches", true},
-        {"/Users/amy/Library/Caches/", false},
         {"/Users/amy/Library/Logs", false},
         {"/Users/amy/Library/Caches/com.apple.Safari", false},
         {"/Library/Caches", false},
-        {"/Users/amy", false},
     };
     for (const auto& l : library) EXPECT_EQ(isAppInfraFolder(l.path, mac), l.infra) << l.path;
 }
