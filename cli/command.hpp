@@ -125,5 +125,6 @@ void addGenuineCommand(Registry& registry);
 void addDupesCommands(Registry& registry);
 void addMoveCommands(Registry& registry);
 void addAutoMoveCommands(Registry& registry);
+void addMediaCommand(Registry& registry);
 
 }  // namespace orvane::cli

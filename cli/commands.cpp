@@ -15,6 +15,7 @@ void registerCommands(Registry& registry) {
     addDupesCommands(registry);  // dupes, dupes merge
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
+    addMediaCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);
