@@ -10,6 +10,7 @@
 #include "core/common/path.hpp"
 #include "core/relocation/destinations.hpp"
 #include "core/relocation/mover.hpp"
+#include "core/relocation/music_stores.hpp"
 #include "core/safety/delete_verdict.hpp"
 
 namespace orvane::cli {
@@ -65,8 +66,29 @@ std::string destinationFolder(const std::string& typed, const Facts& facts) {
 
 // Folders apps expect to find, and stores that keep their own record of where their content lies.
 void addStoreChecks(MoveChecks& checks, const Facts& facts) {
-    (void)checks;
-    (void)facts;
+    checks.storeRefusal = [&facts](const std::string& path) -> std::optional<std::string> {
+        if (isAppInfraFolder(path, facts))
+            return path + " is a folder apps expect to find in its place, so it can't be moved.";
+        if (auto child = musicChild(path, facts); child && child->kind == MusicChildClass::appManaged)
+            return std::string(child->note);
+        if (auto child = moviesChild(path, facts); child && child->kind == MusicChildClass::appManaged) return child->note;
+        if (auto store = musicStore(path, facts); store && store->lane != MusicLane::symlinkFriendly) {
+            std::string sentence = store->name + " keeps its own record of where this lies; move it from " +
+                                   store->portalPrefix + " instead:";
+            for (const auto& step : store->steps) sentence += " " + step;
+            return sentence;
+        }
+        return std::nullopt;
+    };
+    checks.storeNotes = [&facts](const std::string& path) {
+        std::vector<std::string> notes;
+        if (auto store = musicStore(path, facts); store && store->lane == MusicLane::symlinkFriendly)
+            notes.push_back("Keep the drive connected: " + store->name +
+                            " finds this content through the shortcut, and not while the drive is away.");
+        else if (auto child = musicChild(path, facts); child && child->kind != MusicChildClass::appManaged)
+            notes.emplace_back(child->note);
+        return notes;
+    };
 }
 
 // The delete verdict and the person's protections: what may not leave its place may not move.

@@ -44,6 +44,13 @@ TEST(MoveCommands, TheRecordedMacAndBadInput) {
          "orvane: Nothing was changed: this is a recorded Mac.\n"},
         {testing::kAlexReplay + "move /Users/alex/Downloads/Xcode_15.xip --to Elsewhere", 2, C::err,
          "orvane: No drive named Elsewhere is connected; orvane destinations lists those that are.\n"},
+        {testing::kAlexReplay + "move /Users/alex/Music/Music --to Archive", 1, C::out,
+         "Music.app's own library — relocate officially: Music › Settings › Files", C::contains},
+        {testing::kAlexReplay + "move '/Users/Shared/Native Instruments' --to Archive", 1, C::out,
+         "Native Instruments keeps its own record of where this lies; move it from Native Access instead: In Native "
+         "Access:", C::contains},
+        {testing::kAlexReplay + "move /Users/alex/Music --to Archive", 1, C::out,
+         "/Users/alex/Music is a folder apps expect to find in its place, so it can't be moved.\n"},
         {"move {D}/missing --to {D}", 2, C::err, "orvane: There is nothing at {D}/missing.\n"},
         {"move {D}/a --to {D}/b", 1, C::out, "{D}/b is on the same drive as {D}/a: moving it there frees nothing.\n",
          C::whole, [](const testing::TempDir& d) { d.write("a", "x"), d.mkdir("b"); }},
