@@ -4,18 +4,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <thread>
+#include <utility>
 
 #include "core/common/folder_entries.hpp"
 #include "core/common/format.hpp"
 #include "core/common/path.hpp"
-#include "core/duplicates/content_hash.hpp"
 #include "core/duplicates/digest.hpp"
 #include "core/duplicates/duplicate_scan.hpp"
 #include "core/duplicates/private_bytes.hpp"
@@ -122,7 +126,11 @@ MovePreparation prepareMove(const std::string& src, const std::string& destinati
     plan.fileSystemType = targetMount->fileSystemType;
     plan.bytes = found.bytes;
     plan.files = found.files;
-    if (auto warning = sharedStorageWarning({src}, found.bytes)) plan.notes.push_back(*warning);
+    // Below 100 MB no part shared can reach the warning's floor, and on a file system that cannot
+    // share storage between files nothing is shared: asking would only walk the source again.
+    static const std::set<std::string> cannotShare = {"ext2", "ext3", "ext4", "tmpfs", "vfat", "msdos", "exfat", "hfs"};
+    if (found.bytes >= 100'000'000 && !cannotShare.contains(sourceMount->fileSystemType))
+        if (auto warning = sharedStorageWarning({src}, found.bytes)) plan.notes.push_back(*warning);
     if (checks.storeNotes)
         for (auto& note : checks.storeNotes(src)) plan.notes.push_back(std::move(note));
     return {std::move(plan), ""};
@@ -145,7 +153,84 @@ Descriptor own(int fd) { return Descriptor(new int(fd)); }
 struct CopiedFile {
     std::string digest;
     FileSig before;
+    bool readBack = false;  // already read back and found the same while it was being written
 };
+
+// Reads a large file back from the drive a little behind its writer, on another core, so that
+// verifying it costs no time of its own. Only what the writer has finished is read.
+class ReadBehind {
+public:
+    explicit ReadBehind(int fd) : fd_(fd), digest_(digest::newSHA256()), buffer_(kCopyChunk) {
+        thread_ = std::thread([this] { run(); });
+    }
+    ~ReadBehind() { stop(); }
+    ReadBehind(const ReadBehind&) = delete;
+    ReadBehind& operator=(const ReadBehind&) = delete;
+
+    void wrote(std::int64_t total) {
+        {
+            std::lock_guard guard(lock_);
+            written_ = total;
+        }
+        changed_.notify_one();
+    }
+
+    // The digest of everything read back; none when a read failed.
+    std::optional<std::string> finish() {
+        stop();
+        if (failed_ || !digest_) return std::nullopt;
+        return digest::finishHex(digest_.get());
+    }
+
+private:
+    void stop() {
+        {
+            std::lock_guard guard(lock_);
+            done_ = true;
+        }
+        changed_.notify_one();
+        if (thread_.joinable()) thread_.join();
+    }
+
+    void run() {
+        std::int64_t at = 0;
+        for (;;) {
+            std::int64_t until = 0;
+            bool last = false;
+            {
+                std::unique_lock guard(lock_);
+                changed_.wait(guard, [&] { return written_ > at || done_; });
+                until = written_;
+                last = done_;
+            }
+            while (at < until) {
+                const auto want = static_cast<std::size_t>(std::min<std::int64_t>(until - at, kCopyChunk));
+                const ssize_t got = ::pread(fd_, buffer_.data(), want, static_cast<off_t>(at));
+                if (got < 0 && errno == EINTR) continue;
+                if (got <= 0 || !digest_) {
+                    failed_ = true;
+                    return;
+                }
+                EVP_DigestUpdate(digest_.get(), buffer_.data(), static_cast<std::size_t>(got));
+                at += got;
+            }
+            if (last) return;
+        }
+    }
+
+    int fd_;
+    digest::Digest digest_;
+    std::vector<unsigned char> buffer_;
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::int64_t written_ = 0;
+    bool done_ = false;
+    bool failed_ = false;
+    std::thread thread_;
+};
+
+// Files from this size on are read back while they are written.
+constexpr std::int64_t kReadBehindBytes = 32 * 1024 * 1024;
 
 class TreeCopy {
 public:
@@ -159,7 +244,7 @@ public:
         struct stat st {};
         if (::fstatat(fromDir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return fail(relative, errno);
         if (S_ISLNK(st.st_mode)) return copyLink(fromDir, name, toDir, toName, st, relative);
-        if (S_ISDIR(st.st_mode)) return copyFolder(fromDir, name, toDir, toName, st, relative);
+        if (S_ISDIR(st.st_mode)) return copyFolder(fromDir, name, toDir, toName, relative);
         if (S_ISREG(st.st_mode)) return copyFile(fromDir, name, toDir, toName, relative);
         problem = relative + " is neither a file, a folder nor a shortcut";
         return false;
@@ -171,11 +256,21 @@ private:
         return false;
     }
 
-    static void keepOwnerAndTimes(int fd, const struct stat& st) {
-        if (::geteuid() == 0) (void)::fchown(fd, st.st_uid, st.st_gid);
-        ::fchmod(fd, st.st_mode & 07777);
-        const struct timespec times[2] = {st.st_atim, st.st_mtim};
-        ::futimens(fd, times);
+    // The times as the platform layer reads them: the field names of struct stat differ.
+    static std::array<struct timespec, 2> timesOf(const platform::FileFacts& facts) {
+        struct timespec accessed {}, modified {};
+        accessed.tv_sec = static_cast<time_t>(facts.accessedSeconds);
+        modified.tv_sec = static_cast<time_t>(facts.modifiedSeconds);
+        modified.tv_nsec = static_cast<long>(facts.modifiedNanoseconds);
+        return {accessed, modified};
+    }
+
+    static void keepOwnerAndTimes(int fd, const platform::FileFacts& facts) {
+        static const bool asRoot = ::geteuid() == 0;  // only root can give a file to its owner
+        if (asRoot) (void)::fchown(fd, facts.uid, facts.gid);
+        ::fchmod(fd, static_cast<mode_t>(facts.mode & 07777));
+        const auto times = timesOf(facts);
+        ::futimens(fd, times.data());
     }
 
     bool copyLink(int fromDir, const std::string& name, int toDir, const std::string& toName, const struct stat& st,
@@ -185,12 +280,14 @@ private:
         if (length < 0 || static_cast<std::size_t>(length) >= target.size()) return fail(relative, length < 0 ? errno : ENAMETOOLONG);
         target.resize(static_cast<std::size_t>(length));
         if (::symlinkat(target.c_str(), toDir, toName.c_str()) != 0) return fail(relative, errno);
-        const struct timespec times[2] = {st.st_atim, st.st_mtim};
-        ::utimensat(toDir, toName.c_str(), times, AT_SYMLINK_NOFOLLOW);
+        if (const auto facts = platform::entryFacts(fromDir, name)) {
+            const auto times = timesOf(*facts);
+            ::utimensat(toDir, toName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+        }
         return true;
     }
 
-    bool copyFolder(int fromDir, const std::string& name, int toDir, const std::string& toName, const struct stat& st,
+    bool copyFolder(int fromDir, const std::string& name, int toDir, const std::string& toName,
                     const std::string& relative) {
         if (::mkdirat(toDir, toName.c_str(), 0700) != 0) return fail(relative, errno);
         Descriptor from = own(::openat(fromDir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -201,20 +298,25 @@ private:
         for (const auto& entry : readFolderEntries(listing))
             if (!copy(*from, entry.name, *to, entry.name, relative.empty() ? entry.name : relative + "/" + entry.name))
                 return false;
-        keepOwnerAndTimes(*to, st);  // last, so that filling it does not change its times
+        if (const auto facts = platform::fstatFacts(*from)) keepOwnerAndTimes(*to, *facts);  // last: filling it changes its times
         return true;
     }
 
     bool copyFile(int fromDir, const std::string& name, int toDir, const std::string& toName, const std::string& relative) {
         Descriptor from = own(::openat(fromDir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (*from < 0) return fail(relative, errno);
-        struct stat st {};
-        if (::fstat(*from, &st) != 0) return fail(relative, errno);
-        if (!S_ISREG(st.st_mode)) return fail(relative, EINVAL);
+        const auto facts = platform::fstatFacts(*from);
+        if (!facts) return fail(relative, errno);
+        if (!facts->isRegularFile()) return fail(relative, EINVAL);
         Descriptor to = own(::openat(toDir, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (*to < 0) return fail(relative, errno);
         digest::Digest digest = digest::newSHA256();
         if (!digest) return fail(relative, ENOMEM);
+        Descriptor back = own(facts->size >= kReadBehindBytes
+                                  ? ::openat(toDir, toName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)
+                                  : -1);
+        std::unique_ptr<ReadBehind> behind = *back >= 0 ? std::make_unique<ReadBehind>(*back) : nullptr;
+        std::int64_t total = 0;
         for (;;) {
             const ssize_t got = ::read(*from, chunk_.data(), chunk_.size());
             if (got < 0 && errno == EINTR) continue;
@@ -228,11 +330,17 @@ private:
                 written += put;
             }
             copied_ += got;
+            total += got;
+            if (behind) behind->wrote(total);
             if (progress_) progress_(copied_);
         }
-        keepOwnerAndTimes(*to, st);
-        if (::close(*to.release()) != 0) return fail(relative, errno);  // a full drive may only say so here
-        files[relative] = {digest::finishHex(digest.get()), fileSigOf(*platform::fstatFacts(*from))};
+        keepOwnerAndTimes(*to, *facts);
+        // Closed here rather than by its owner: a full drive may only say so now.
+        const int written = std::exchange(*to, -1);
+        if (::close(written) != 0) return fail(relative, errno);
+        const std::string read = digest::finishHex(digest.get());
+        if (behind && behind->finish() != read) return fail(relative, EIO);  // the drive gave back other bytes
+        files[relative] = {read, fileSigOf(*facts), behind != nullptr};
         return true;
     }
 
@@ -245,16 +353,34 @@ std::string joined(const std::string& top, const std::string& relative) {
     return relative.empty() ? top : top + "/" + relative;
 }
 
-// Every copied file read back from the drive against the digest of what was read from the
-// source, both cores sharing the files.
+// The digest of a file read through `buffer`, which the caller keeps between files: a fresh
+// buffer of a megabyte per file costs more than reading a small one.
+std::optional<std::string> digestOfFile(const std::string& path, std::vector<unsigned char>& buffer) {
+    Descriptor fd = own(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    digest::Digest digest = digest::newSHA256();
+    if (*fd < 0 || !digest) return std::nullopt;
+    for (;;) {
+        const ssize_t got = ::read(*fd, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::nullopt;
+        if (got == 0) break;
+        EVP_DigestUpdate(digest.get(), buffer.data(), static_cast<std::size_t>(got));
+    }
+    return digest::finishHex(digest.get());
+}
+
+// Every copied file not yet read back, read back from the drive against the digest of what was
+// read from the source, both cores sharing the files.
 bool readsBackTheSame(const std::string& copy, const std::map<std::string, CopiedFile>& files) {
     std::vector<const std::pair<const std::string, CopiedFile>*> all;
-    for (const auto& file : files) all.push_back(&file);
+    for (const auto& file : files)
+        if (!file.second.readBack) all.push_back(&file);
     std::atomic<std::size_t> next = 0;
     std::atomic<bool> same = true;
     auto work = [&] {
+        std::vector<unsigned char> buffer(kCopyChunk);
         for (std::size_t i; same && (i = next++) < all.size();)
-            if (fullHash(joined(copy, all[i]->first)) != all[i]->second.digest) same = false;
+            if (digestOfFile(joined(copy, all[i]->first), buffer) != all[i]->second.digest) same = false;
     };
     std::thread helper(work);
     work();
