@@ -16,6 +16,7 @@
 #include <optional>
 #include <thread>
 
+#include "core/common/fd.hpp"
 #include "core/common/text.hpp"
 #include "core/platform/platform.hpp"
 
@@ -33,30 +34,6 @@ constexpr auto kTermGrace = std::chrono::milliseconds(3000);
 constexpr auto kOutputMargin = std::chrono::milliseconds(4500);
 constexpr auto kErrorWait = std::chrono::milliseconds(4500);
 
-// One descriptor that closes itself.
-class Fd {
-public:
-    Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {}
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    ~Fd() { reset(); }
-    int get() const { return fd_; }
-    bool open() const { return fd_ >= 0; }
-    void reset() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-    Fd& operator=(Fd&& other) noexcept {
-        reset();
-        fd_ = other.fd_;
-        other.fd_ = -1;
-        return *this;
-    }
-
-private:
-    int fd_ = -1;
-};
 
 bool makePipe(Fd& readEnd, Fd& writeEnd) {
     int fds[2];

@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "core/common/fd.hpp"
 #include "core/common/format.hpp"
 #include "core/common/path.hpp"
 #include "core/duplicates/content_hash.hpp"
@@ -107,22 +108,19 @@ public:
     OpenFile(const Candidate& candidate, const Facts& facts) {
         const auto local = facts.localPath(candidate.path);
         if (!local) return;
-        fd_ = ::open(local->c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-        if (fd_ < 0) return;
-        const auto now = platform::fstatFacts(fd_);
-        if (!now || !now->isRegularFile() || fileSigOf(*now) != fileSigOf(candidate.facts)) close();
+        fd_ = Fd(::open(local->c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!fd_.open()) return;
+        const auto now = platform::fstatFacts(fd_.get());
+        if (!now || !now->isRegularFile() || fileSigOf(*now) != fileSigOf(candidate.facts)) fd_.reset();
     }
-    ~OpenFile() { close(); }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
 
-    bool isOpen() const { return fd_ >= 0; }
+    bool isOpen() const { return fd_.open(); }
 
     // Exactly `want` bytes from `offset`, or false: a file that ends early has changed.
     bool readAt(std::int64_t offset, unsigned char* into, std::size_t want, std::atomic<std::int64_t>& counted) {
         std::size_t have = 0;
         while (have < want) {
-            const ssize_t got = ::pread(fd_, into + have, want - have, static_cast<off_t>(offset + have));
+            const ssize_t got = ::pread(fd_.get(), into + have, want - have, static_cast<off_t>(offset + have));
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) break;
             have += static_cast<std::size_t>(got);
@@ -132,11 +130,7 @@ public:
     }
 
 private:
-    void close() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-    int fd_ = -1;
+    Fd fd_;
 };
 
 // Bytes of a file kept in memory from its sample, so that the proof need not read them again.

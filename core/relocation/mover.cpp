@@ -17,9 +17,11 @@
 #include <thread>
 #include <utility>
 
+#include "core/common/fd.hpp"
 #include "core/common/folder_entries.hpp"
 #include "core/common/format.hpp"
 #include "core/common/path.hpp"
+#include "core/duplicates/content_hash.hpp"
 #include "core/duplicates/digest.hpp"
 #include "core/duplicates/duplicate_scan.hpp"
 #include "core/duplicates/private_bytes.hpp"
@@ -140,14 +142,6 @@ namespace {
 
 constexpr std::size_t kCopyChunk = 1024 * 1024;
 
-struct FileCloser {
-    void operator()(const int* fd) const {
-        if (*fd >= 0) ::close(*fd);
-        delete fd;
-    }
-};
-using Descriptor = std::unique_ptr<int, FileCloser>;
-Descriptor own(int fd) { return Descriptor(new int(fd)); }
 
 // One copied file: the digest of what was read from the source, and its signature then.
 struct CopiedFile {
@@ -290,41 +284,41 @@ private:
     bool copyFolder(int fromDir, const std::string& name, int toDir, const std::string& toName,
                     const std::string& relative) {
         if (::mkdirat(toDir, toName.c_str(), 0700) != 0) return fail(relative, errno);
-        Descriptor from = own(::openat(fromDir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        Descriptor to = own(::openat(toDir, toName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (*from < 0 || *to < 0) return fail(relative, errno);
-        const int listing = ::dup(*from);
+        Fd from(::openat(fromDir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        Fd to(::openat(toDir, toName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!from.open() || !to.open()) return fail(relative, errno);
+        const int listing = ::dup(from.get());
         if (listing < 0) return fail(relative, errno);
         for (const auto& entry : readFolderEntries(listing))
-            if (!copy(*from, entry.name, *to, entry.name, relative.empty() ? entry.name : relative + "/" + entry.name))
+            if (!copy(from.get(), entry.name, to.get(), entry.name, relative.empty() ? entry.name : relative + "/" + entry.name))
                 return false;
-        if (const auto facts = platform::fstatFacts(*from)) keepOwnerAndTimes(*to, *facts);  // last: filling it changes its times
+        if (const auto facts = platform::fstatFacts(from.get())) keepOwnerAndTimes(to.get(), *facts);  // last: filling it changes its times
         return true;
     }
 
     bool copyFile(int fromDir, const std::string& name, int toDir, const std::string& toName, const std::string& relative) {
-        Descriptor from = own(::openat(fromDir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (*from < 0) return fail(relative, errno);
-        const auto facts = platform::fstatFacts(*from);
+        Fd from(::openat(fromDir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!from.open()) return fail(relative, errno);
+        const auto facts = platform::fstatFacts(from.get());
         if (!facts) return fail(relative, errno);
         if (!facts->isRegularFile()) return fail(relative, EINVAL);
-        Descriptor to = own(::openat(toDir, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (*to < 0) return fail(relative, errno);
+        Fd to(::openat(toDir, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!to.open()) return fail(relative, errno);
         digest::Digest digest = digest::newSHA256();
         if (!digest) return fail(relative, ENOMEM);
-        Descriptor back = own(facts->size >= kReadBehindBytes
+        Fd back(facts->size >= kReadBehindBytes
                                   ? ::openat(toDir, toName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)
                                   : -1);
-        std::unique_ptr<ReadBehind> behind = *back >= 0 ? std::make_unique<ReadBehind>(*back) : nullptr;
+        std::unique_ptr<ReadBehind> behind = back.open() ? std::make_unique<ReadBehind>(back.get()) : nullptr;
         std::int64_t total = 0;
         for (;;) {
-            const ssize_t got = ::read(*from, chunk_.data(), chunk_.size());
+            const ssize_t got = ::read(from.get(), chunk_.data(), chunk_.size());
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) return fail(relative, errno);
             if (got == 0) break;
             EVP_DigestUpdate(digest.get(), chunk_.data(), static_cast<std::size_t>(got));
             for (ssize_t written = 0; written < got;) {
-                const ssize_t put = ::write(*to, chunk_.data() + written, static_cast<std::size_t>(got - written));
+                const ssize_t put = ::write(to.get(), chunk_.data() + written, static_cast<std::size_t>(got - written));
                 if (put < 0 && errno == EINTR) continue;
                 if (put <= 0) return fail(relative, put < 0 ? errno : EIO);
                 written += put;
@@ -334,9 +328,9 @@ private:
             if (behind) behind->wrote(total);
             if (progress_) progress_(copied_);
         }
-        keepOwnerAndTimes(*to, *facts);
+        keepOwnerAndTimes(to.get(), *facts);
         // Closed here rather than by its owner: a full drive may only say so now.
-        const int written = std::exchange(*to, -1);
+        const int written = to.release();
         if (::close(written) != 0) return fail(relative, errno);
         const std::string read = digest::finishHex(digest.get());
         if (behind && behind->finish() != read) return fail(relative, EIO);  // the drive gave back other bytes
@@ -353,22 +347,6 @@ std::string joined(const std::string& top, const std::string& relative) {
     return relative.empty() ? top : top + "/" + relative;
 }
 
-// The digest of a file read through `buffer`, which the caller keeps between files: a fresh
-// buffer of a megabyte per file costs more than reading a small one.
-std::optional<std::string> digestOfFile(const std::string& path, std::vector<unsigned char>& buffer) {
-    Descriptor fd = own(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    digest::Digest digest = digest::newSHA256();
-    if (*fd < 0 || !digest) return std::nullopt;
-    for (;;) {
-        const ssize_t got = ::read(*fd, buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return std::nullopt;
-        if (got == 0) break;
-        EVP_DigestUpdate(digest.get(), buffer.data(), static_cast<std::size_t>(got));
-    }
-    return digest::finishHex(digest.get());
-}
-
 // Every copied file not yet read back, read back from the drive against the digest of what was
 // read from the source, both cores sharing the files.
 bool readsBackTheSame(const std::string& copy, const std::map<std::string, CopiedFile>& files) {
@@ -378,9 +356,8 @@ bool readsBackTheSame(const std::string& copy, const std::map<std::string, Copie
     std::atomic<std::size_t> next = 0;
     std::atomic<bool> same = true;
     auto work = [&] {
-        std::vector<unsigned char> buffer(kCopyChunk);
         for (std::size_t i; same && (i = next++) < all.size();)
-            if (digestOfFile(joined(copy, all[i]->first), buffer) != all[i]->second.digest) same = false;
+            if (fullHash(joined(copy, all[i]->first)) != all[i]->second.digest) same = false;
     };
     std::thread helper(work);
     work();
@@ -419,13 +396,13 @@ MoveOutcome performMove(const MovePlan& plan, const std::function<void(std::int6
     sweepWorkingCopies(plan.folder);
     const std::string working = plan.dst + std::string(kMoveWorkingSuffix);
 
-    Descriptor sourceParent = own(::open(deletingLastPathComponent(plan.src).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    Descriptor folder = own(::open(plan.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (*sourceParent < 0 || *folder < 0)
+    Fd sourceParent(::open(deletingLastPathComponent(plan.src).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Fd folder(::open(plan.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!sourceParent.open() || !folder.open())
         return failed("The folders of the move could not be opened: " + std::string(std::strerror(errno)) +
                       ". Nothing was changed.");
     TreeCopy copy(progress);
-    const bool copied = copy.copy(*sourceParent, lastPathComponent(plan.src), *folder, lastPathComponent(working), "");
+    const bool copied = copy.copy(sourceParent.get(), lastPathComponent(plan.src), folder.get(), lastPathComponent(working), "");
     if (!copied) {
         removeQuietly(working);
         return failed("The copy failed (" + copy.problem + "); it was removed and nothing was changed.");
@@ -450,7 +427,7 @@ MoveOutcome performMove(const MovePlan& plan, const std::function<void(std::int6
     // The final name: the planned one, or a fresh one if something took it meanwhile.
     std::string dst = plan.dst;
     for (int n = 2;; ++n) {
-        const int error = platform::renameNoReplace(*folder, lastPathComponent(working), *folder, lastPathComponent(dst));
+        const int error = platform::renameNoReplace(folder.get(), lastPathComponent(working), folder.get(), lastPathComponent(dst));
         if (error == 0) break;
         if (error != EEXIST || n > 1000) {
             removeQuietly(working);
@@ -468,8 +445,8 @@ MoveOutcome performMove(const MovePlan& plan, const std::function<void(std::int6
     const auto source = platform::lstatFacts(plan.src);
     int removal = 0;
     if (source && source->isDirectory())
-        removal = removeTreeNoFollow(*sourceParent, lastPathComponent(plan.src), static_cast<dev_t>(source->device));
-    else if (::unlinkat(*sourceParent, lastPathComponent(plan.src).c_str(), 0) != 0)
+        removal = removeTreeNoFollow(sourceParent.get(), lastPathComponent(plan.src), static_cast<dev_t>(source->device));
+    else if (::unlinkat(sourceParent.get(), lastPathComponent(plan.src).c_str(), 0) != 0)
         removal = errno;
     if (removal != 0) {
         try {
@@ -480,7 +457,7 @@ MoveOutcome performMove(const MovePlan& plan, const std::function<void(std::int6
             return outcome;
         }
     }
-    if (::symlinkat(dst.c_str(), *sourceParent, lastPathComponent(plan.src).c_str()) != 0) {
+    if (::symlinkat(dst.c_str(), sourceParent.get(), lastPathComponent(plan.src).c_str()) != 0) {
         outcome.sentence = "The copy is safe at " + dst + ", but the shortcut at " + plan.src +
                            " could not be made. Run orvane repair to finish the move.";
         return outcome;
