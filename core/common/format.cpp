@@ -101,6 +101,14 @@ std::string fmtMediumDate(TimePoint date) {
            std::to_string(static_cast<long>(local.tm_year) + 1900);
 }
 
+std::string fmtMediumDateShortTime(TimePoint date) {
+    const std::tm local = localFields(date);
+    const int hour = local.tm_hour % 12 == 0 ? 12 : local.tm_hour % 12;
+    std::array<char, 16> time{};
+    std::snprintf(time.data(), time.size(), "%d:%02d %s", hour, local.tm_min, local.tm_hour < 12 ? "AM" : "PM");
+    return fmtMediumDate(date) + " at " + time.data();
+}
+
 std::string fmtAgo(TimePoint date, TimePoint now) {
     using std::chrono::duration_cast;
     using std::chrono::seconds;

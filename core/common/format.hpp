@@ -41,6 +41,8 @@ std::string fmtDate(TimePoint date);
 
 // The medium date form in the local time zone: "Jan 31, 2026".
 std::string fmtMediumDate(TimePoint date);
+// The medium date with the short time in the local time zone: "Jan 31, 2026 at 3:04 PM".
+std::string fmtMediumDateShortTime(TimePoint date);
 
 // A relative date against `now`: "5 minutes ago", "in 2 days", "1 year ago".
 std::string fmtAgo(TimePoint date, TimePoint now = Clock::now());

@@ -4,15 +4,14 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <random>
 
 #include "core/common/json_fields.hpp"
 #include "core/common/ov_error.hpp"
 #include "core/common/path.hpp"
+#include "core/common/uuid.hpp"
 #include "core/ledger/internal/test_host.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/platform/platform.hpp"
@@ -42,27 +41,6 @@ UndoTrashVerdict undoTrashVerdict(bool originalExists, bool trashCopyExists) {
 
 namespace orvane::Ledger {
 namespace {
-
-// A random (version 4) UUID in the platform's upper-case text form.
-std::string freshUUID() {
-    static thread_local std::mt19937_64 generator{std::random_device{}() ^
-                                                  (static_cast<std::uint64_t>(std::random_device{}()) << 32)};
-    std::array<unsigned char, 16> bytes{};
-    for (std::size_t i = 0; i < bytes.size(); i += 8) {
-        std::uint64_t word = generator();
-        for (std::size_t k = 0; k < 8; ++k) bytes[i + k] = static_cast<unsigned char>(word >> (8 * k));
-    }
-    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
-    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
-        text.push_back(kHex[bytes[i] >> 4]);
-        text.push_back(kHex[bytes[i] & 0x0F]);
-    }
-    return text;
-}
 
 bool entryExists(const std::string& path) { return platform::lstatFacts(path).has_value(); }
 

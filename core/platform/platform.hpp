@@ -23,6 +23,7 @@ inline constexpr std::uint32_t kFlagSystemImmutable = 0x00020000;  // SF_IMMUTAB
 inline constexpr std::uint32_t kFlagSystemAppend = 0x00040000;     // SF_APPEND
 inline constexpr std::uint32_t kFlagRestricted = 0x00080000;       // SF_RESTRICTED: System Integrity Protection
 inline constexpr std::uint32_t kFlagNoUnlink = 0x00100000;         // SF_NOUNLINK
+inline constexpr std::uint32_t kFlagDataless = 0x40000000;         // SF_DATALESS: the content is in the cloud
 // The flags that refuse a removal even to the owner.
 inline constexpr std::uint32_t kFlagsLocked = kFlagUserImmutable | kFlagUserAppend | kFlagSystemImmutable | kFlagSystemAppend;
 
