@@ -56,6 +56,14 @@ std::string urlPart(const ParsedURL& url, CURLUPart part) {
 
 std::string hostOf(std::string_view url) { return urlPart(parseURL(url), CURLUPART_HOST); }
 
+// A "Location" field read against the address that sent it, since it may be relative.
+std::string resolvedLocation(const std::string& from, const std::string& location) {
+    auto parsed = parseURL(from);
+    if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, location.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+        return {};
+    return urlPart(parsed, CURLUPART_URL);
+}
+
 std::string asciiLower(std::string_view text) {
     std::string out(text);
     for (auto& c : out)
@@ -94,6 +102,7 @@ std::string trimmedField(std::string_view text) {
 // What one transfer (one hop of a redirect chain) sees as curl reports it.
 struct Hop {
     CURL* easy = nullptr;
+    std::string url;
     BoundedBodyCollector* collector = nullptr;
     bool mayRedirect = true;
     std::map<std::string, std::string> headers;
@@ -111,9 +120,9 @@ bool headersComplete(Hop& hop) {
     if (status >= 100 && status < 200) return true;  // an interim answer; the real one follows
     hop.headersDone = true;
     if (hop.mayRedirect && isFollowedRedirect(status)) {
-        char* location = nullptr;
-        curl_easy_getinfo(hop.easy, CURLINFO_REDIRECT_URL, &location);
-        if (location) {
+        const auto field = hop.headers.find("location");
+        const std::string location = field == hop.headers.end() ? "" : resolvedLocation(hop.url, field->second);
+        if (!location.empty()) {
             const auto step = hop.collector->redirectProposed(location);
             if (step != BoundedBodyCollector::Redirect::refuse) {
                 hop.redirectTo = location;
@@ -176,6 +185,7 @@ HopEnd runHop(const APIRequest& request, double timeout, Clock::time_point deadl
         return HopEnd::done;
     }
     hop.easy = easy.get();
+    hop.url = request.url;
     char errorText[CURL_ERROR_SIZE] = {};
     CURL* e = easy.get();
     curl_easy_setopt(e, CURLOPT_URL, request.url.c_str());
