@@ -178,6 +178,9 @@ enum class HopEnd { done, redirected, outOfTime };
 
 // One transfer, waited for on this thread until `deadline` at the latest.
 HopEnd runHop(const APIRequest& request, double timeout, Clock::time_point deadline, Hop& hop) {
+    // Declared before the handle that points at them, so that they outlive its clean-up.
+    char errorText[CURL_ERROR_SIZE] = {};
+    std::unique_ptr<curl_slist, ListFree> fields;
     std::unique_ptr<CURL, EasyFree> easy(curl_easy_init());
     std::unique_ptr<CURLM, MultiFree> multi(curl_multi_init());
     if (!easy || !multi) {
@@ -186,7 +189,6 @@ HopEnd runHop(const APIRequest& request, double timeout, Clock::time_point deadl
     }
     hop.easy = easy.get();
     hop.url = request.url;
-    char errorText[CURL_ERROR_SIZE] = {};
     CURL* e = easy.get();
     curl_easy_setopt(e, CURLOPT_URL, request.url.c_str());
     curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -212,7 +214,6 @@ HopEnd runHop(const APIRequest& request, double timeout, Clock::time_point deadl
         curl_easy_setopt(e, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
         curl_easy_setopt(e, CURLOPT_POSTFIELDS, request.body.data());
     }
-    std::unique_ptr<curl_slist, ListFree> fields;
     const auto append = [&](const std::string& line) {
         if (auto* grown = curl_slist_append(fields.get(), line.c_str())) {
             (void)fields.release();
@@ -412,6 +413,11 @@ APIResult performAPIRequest(const APIRequest& request, double timeout, bool retr
         return OVError("Refused: " + shownAddress(request.url) +
                        (allowLoopback ? " is neither HTTPS nor a local address." : " is not an HTTPS address."));
     if (maxBytes <= 0) return OVError("Refused a request with no response-size budget.");
+    // curl sends a field as written: a line break in it would smuggle in fields of its own.
+    const bool spansLines = std::any_of(request.headers.begin(), request.headers.end(), [](const auto& field) {
+        return (field.first + field.second).find_first_of("\r\n") != std::string::npos;
+    });
+    if (spansLines) return OVError("Refused a request whose header fields span lines.");
     APIResult result = attempt(request, timeout, maxBytes, allowLoopback);
     const auto* response = std::get_if<APIHTTPResponse>(&result);
     if (!retry429 || !response || response->status != 429) return result;

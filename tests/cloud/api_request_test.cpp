@@ -97,6 +97,10 @@ TEST(PerformAPIRequest, RefusalsContactNothing) {
               "Refused: " + plain + " is not an HTTPS address.");
     EXPECT_EQ(failureOf(performAPIRequest(at(plain), 5, false, 0, true)),
               "Refused a request with no response-size budget.");
+    APIRequest smuggling = at(plain);
+    smuggling.headers.emplace_back("Authorization", "Bearer t\r\nX-Injected: 1");
+    EXPECT_EQ(failureOf(performAPIRequest(smuggling, 5, false, 10, true)),
+              "Refused a request whose header fields span lines.");
     EXPECT_TRUE(server.seen().empty());
 }
 
