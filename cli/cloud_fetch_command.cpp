@@ -1,6 +1,7 @@
 // orvane cloud fetch: one guarded provider request, for a person checking a provider's address
 // and for the tests of the guards; it shows what the request gave back and nothing more.
 #include <cmath>
+#include <cstdlib>
 #include <memory>
 
 #include "cli/command.hpp"
