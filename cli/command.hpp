@@ -126,5 +126,8 @@ void addDupesCommands(Registry& registry);
 void addMoveCommands(Registry& registry);
 void addAutoMoveCommands(Registry& registry);
 void addMediaCommand(Registry& registry);
+void addCloudCommands(Registry& registry);
+// `cloud fetch`, under the group `cloud`.
+void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 
 }  // namespace orvane::cli

@@ -13,6 +13,7 @@ void registerCommands(Registry& registry) {
     addAppsCommands(registry);  // apps, apps copies, apps kexts, apps reset-permissions
     addGenuineCommand(registry);
     addDupesCommands(registry);  // dupes, dupes merge
+    addCloudCommands(registry);  // cloud fetch
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);
