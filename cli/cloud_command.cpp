@@ -95,7 +95,7 @@ void describe(const Looked& looked, Result& result) {
     std::int64_t reclaimable = 0;
     for (const auto& group : inventory.dupeGroups) reclaimable += group.reclaimable();
     result.line("  Probable duplicates: " + counted(static_cast<std::int64_t>(inventory.dupeGroups.size()), "group") +
-                ", up to " + sizeText(reclaimable) + " of the plan");
+                "; removing the extra copies would give back up to " + sizeText(reclaimable) + " of your cloud plan");
     for (const auto& group : inventory.dupeGroups) {
         result.line();
         result.line(fmt::format("  {} — {} of {} each, {} reclaimable", rawValue(group.confidence),
@@ -121,7 +121,10 @@ Result runCloud(const CloudOptions& options, const Invocation& in) {
         // Without a ROOT the name picks among the folders, as a person with two drives would use it.
         for (auto& folder : cloudStorageFolders(in.facts))
             if (options.provider.empty() || lowercased(folder.provider) == lowercased(options.provider))
-                targets.push_back({folder.provider, ledgerAccountMarker(folder.account), folder.root});
+                targets.push_back({folder.provider,
+                                   folder.account.empty() ? std::nullopt
+                                                          : std::optional<std::string>(ledgerAccountMarker(folder.account)),
+                                   folder.root});
     } else {
         for (const auto& typed : options.roots) {
             const std::string root = readableFolder(absolutePath(typed), in.facts);

@@ -152,6 +152,30 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
                                          local == volume.end() || local->get<bool>()});
         }
     }
+    if (auto files = recording.system.find("files"); files != recording.system.end()) {
+        const std::string wrong = path + " does not decode: \"files\" must map paths to {\"size\", \"allocated\", "
+                                         "\"modified\", \"dataless\"}.";
+        if (!files->is_object()) return wrong;
+        for (const auto& [place, said] : files->items()) {
+            if (!said.is_object()) return wrong;
+            RecordedFile file;
+            for (const auto& [key, value] : said.items()) {
+                if (key == "size" || key == "allocated") {
+                    auto bytes = jsonByteCount(value);
+                    if (!bytes) return wrong;
+                    (key == "size" ? file.size : file.allocated) = *bytes;
+                } else if (key == "modified") {
+                    file.modified = value.is_string() ? parseISO8601(value.get<std::string>()) : std::nullopt;
+                    if (!file.modified) return wrong;
+                } else if (key == "dataless" && value.is_boolean()) {
+                    file.dataless = value.get<bool>();
+                } else {
+                    return wrong;
+                }
+            }
+            recording.files[joined(pathComponents(place))] = file;
+        }
+    }
     for (const char* key : {"rootDevice", "fileSystemType", "temporaryFolder"}) {
         auto value = recording.system.find(key);
         if (value != recording.system.end() && !value->is_null() && !value->is_string())
@@ -295,7 +319,21 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
     f.lstat = [recording, host](const std::string& path) -> std::optional<platform::FileFacts> {
         auto place = recordedPlace(*recording, path, false);
         if (!place) return std::nullopt;
-        return platform::lstatFacts(host(*place));
+        auto facts = platform::lstatFacts(host(*place));
+        auto said = recording->files.find(*place);
+        if (!facts || said == recording->files.end()) return facts;
+        const RecordedFile& file = said->second;
+        if (file.size) facts->size = *file.size;
+        if (file.allocated) facts->allocatedBytes = *file.allocated;
+        if (file.modified) {
+            const auto since1970 = file.modified->time_since_epoch();
+            const auto seconds = std::chrono::floor<std::chrono::seconds>(since1970);
+            facts->modifiedSeconds = seconds.count();
+            facts->modifiedNanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(since1970 - seconds).count();
+        }
+        if (file.dataless) facts->flags = *file.dataless ? facts->flags | platform::kFlagDataless
+                                                         : facts->flags & ~platform::kFlagDataless;
+        return facts;
     };
     f.list = [recording, host](const std::string& path) -> std::optional<std::vector<FolderEntry>> {
         auto place = recordedPlace(*recording, path, true);

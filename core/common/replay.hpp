@@ -10,7 +10,9 @@
 //   DIR/system.json  what system calls said: "homeVolume" {"totalCapacity", "availableCapacity",
 //                    "availableCapacityForImportantUsage"}, "rootDevice", "fileSystemType",
 //                    "temporaryFolder", "volumes" [{"path", "name", "isLocal"}], "refused" (paths whose listing was refused), "now"
-//                    (ISO 8601); a missing key is unknown, never zero
+//                    (ISO 8601), "files" {PATH: {"size", "allocated", "modified" (ISO 8601),
+//                    "dataless"}} (what lstat said of a file where the recording's copy can't
+//                    say it: a cloud placeholder); a missing key is unknown, never zero
 //   DIR/xattrs.json  extended attributes by path, then by name: {"/Applications/X.app":
 //                    {"com.apple.quarantine": "0083;...", "com.apple.metadata:kMDItemWhereFroms":
 //                    {"base64": "YnBsaXN0..."}}}; text as it stands, bytes in Base64
@@ -36,6 +38,14 @@ struct RecordedRun {
     bool timedOut = false;
 };
 
+// What the Mac said of one file, each given field replacing what the recording's copy says.
+struct RecordedFile {
+    std::optional<std::int64_t> size;
+    std::optional<std::int64_t> allocated;
+    std::optional<TimePoint> modified;
+    std::optional<bool> dataless;
+};
+
 struct Recording {
     std::string dir;                                         // the folder, absolute
     std::map<std::vector<std::string>, RecordedRun> runs;    // by exact argv
@@ -47,6 +57,7 @@ struct Recording {
     std::vector<platform::BrowsableVolume> volumes;           // other drives and shares mounted
     std::optional<TimePoint> now;
     std::map<std::string, std::map<std::string, std::string>> extendedAttributes;  // by path, then name
+    std::map<std::string, RecordedFile> files;                // by place
 };
 
 // The recording in DIR, every file it names read at once; or a sentence naming what is wrong
