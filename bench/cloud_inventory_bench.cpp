@@ -24,6 +24,11 @@ std::vector<orvane::CloudFile> driveLikeFiles(unsigned seed) {
                                 : static_cast<std::int64_t>(rng() % 999'999);
         file.modified = start + std::chrono::seconds(rng() % 100'000);
         file.onDisk = rng() % 4 == 0;
+        // One big file in ten was saved twice: the same size in the same second as the last one.
+        if (i % 30 == 0 && i >= 30) {
+            file.bytes = files[static_cast<std::size_t>(i - 3)].bytes;
+            file.modified = files[static_cast<std::size_t>(i - 3)].modified;
+        }
         files.push_back(std::move(file));
     }
     return files;

@@ -45,7 +45,11 @@ FileFacts factsOf(const struct stat& st) {
     return facts;
 }
 
-std::uint32_t lockFlagsOf(const std::string&) { return 0; }  // st_flags already holds them
+std::optional<FileFacts> lstatPath(const std::string& path) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
+    return factsOf(st);  // st_flags holds the locks
+}
 
 std::optional<std::string> extendedAttribute(const std::string& path, const std::string& name, std::size_t maxBytes) {
     const ssize_t size = ::getxattr(path.c_str(), name.c_str(), nullptr, 0, 0, 0);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/socket.h>
 #include <sys/statfs.h>
+#include <sys/sysmacros.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -45,14 +46,25 @@ FileFacts factsOf(const struct stat& st) {
 
 // statx tells the attributes without opening the file, so a link or a FIFO is asked as safely as
 // lstat asks it. A path statx cannot reach (longer than PATH_MAX) shows no lock.
-std::uint32_t lockFlagsOf(const std::string& path) {
+std::optional<FileFacts> lstatPath(const std::string& path) {
     struct statx sx{};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, 0, &sx) != 0) return 0;
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &sx) != 0) return std::nullopt;
+    FileFacts facts;
+    facts.mode = sx.stx_mode;
+    facts.uid = sx.stx_uid;
+    facts.gid = sx.stx_gid;
+    facts.device = makedev(sx.stx_dev_major, sx.stx_dev_minor);  // as stat gives st_dev
+    facts.inode = sx.stx_ino;
+    facts.linkCount = sx.stx_nlink;
+    facts.size = static_cast<std::int64_t>(sx.stx_size);
+    facts.allocatedBytes = static_cast<std::int64_t>(sx.stx_blocks) * 512;
+    facts.modifiedSeconds = sx.stx_mtime.tv_sec;
+    facts.modifiedNanoseconds = sx.stx_mtime.tv_nsec;
+    facts.accessedSeconds = sx.stx_atime.tv_sec;
     const auto known = sx.stx_attributes_mask & sx.stx_attributes;
-    std::uint32_t flags = 0;
-    if (known & STATX_ATTR_IMMUTABLE) flags |= kFlagSystemImmutable;
-    if (known & STATX_ATTR_APPEND) flags |= kFlagSystemAppend;
-    return flags;
+    if (known & STATX_ATTR_IMMUTABLE) facts.flags |= kFlagSystemImmutable;
+    if (known & STATX_ATTR_APPEND) facts.flags |= kFlagSystemAppend;
+    return facts;
 }
 
 std::optional<std::string> extendedAttribute(const std::string& path, const std::string& name, std::size_t maxBytes) {

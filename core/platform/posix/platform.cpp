@@ -13,8 +13,9 @@
 namespace orvane::platform {
 
 FileFacts factsOf(const struct stat& st);  // defined per system: st_flags exists only on macOS
-// Flags the stat call cannot give, links not followed; defined per system.
-std::uint32_t lockFlagsOf(const std::string& path);
+// lstat of a path within PATH_MAX, with the lock flags; defined per system, since Linux tells
+// the locks only through statx and one call there answers both.
+std::optional<FileFacts> lstatPath(const std::string& path);
 
 bool FileFacts::isDirectory() const { return S_ISDIR(mode); }
 bool FileFacts::isSymlink() const { return S_ISLNK(mode); }
@@ -61,11 +62,7 @@ std::optional<FileFacts> lstatByComponents(const std::string& path) {
 
 std::optional<FileFacts> lstatFacts(const std::string& path) {
     if (path.size() >= PATH_MAX) return lstatByComponents(path);
-    struct stat st{};
-    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
-    auto facts = factsOf(st);
-    facts.flags |= lockFlagsOf(path);
-    return facts;
+    return lstatPath(path);
 }
 
 bool isAdministrator(std::uint32_t uid) {
