@@ -6,6 +6,7 @@
 
 #include "core/ai/loose_models.hpp"
 #include "core/ai/model_library.hpp"
+#include "core/ai/model_store_places.hpp"
 #include "core/ai/ollama_store.hpp"
 #include "tests/ai/ollama_store_fixture.hpp"
 
@@ -93,6 +94,37 @@ TEST(ModelLibrary, EveryStoreOfAHome) {
     EXPECT_LT(find(models, "Stable Diffusion|v1.ckpt")->bytes, 1'000'000);
     EXPECT_GE(find(models, loose + "|big.gguf")->bytes, 52'000'000);
     for (std::size_t i = 1; i < models.size(); ++i) EXPECT_GE(models[i - 1].bytes, models[i].bytes);
+}
+
+TEST(ModelLibrary, LMStudioFollowsItsPointersOnlyWhenAllowed) {
+    struct Case {
+        std::string pointer, settings;
+        std::vector<std::string> roots;  // under the home
+    };
+    const Case cases[] = {
+        {"", "", {".lmstudio/models", ".cache/lm-studio/models"}},
+        {"{H}/Elsewhere", R"({"downloadsFolder":"{H}/Downloads/lm"})",
+         {"Downloads/lm", "Elsewhere/models", ".lmstudio/models", ".cache/lm-studio/models"}},
+        // A pointer to a system folder or to the home itself is refused, and so is the folder it names.
+        {"/etc", R"({"downloadsFolder":"{H}"})", {".lmstudio/models", ".cache/lm-studio/models"}},
+    };
+    for (const auto& c : cases) {
+        testing::TempDir home;
+        const auto withHome = [&](std::string text) {
+            for (std::size_t at; (at = text.find("{H}")) != std::string::npos;) text.replace(at, 3, home.path());
+            return text;
+        };
+        home.mkdir("Elsewhere");
+        home.mkdir("Downloads/lm");
+        if (!c.pointer.empty()) home.write(".lmstudio-home-pointer", withHome(c.pointer));
+        if (!c.settings.empty()) {
+            home.write(".lmstudio/settings.json", withHome(c.settings));
+            home.write("Elsewhere/settings.json", withHome(c.settings));
+        }
+        std::vector<std::string> expected;
+        for (const auto& root : c.roots) expected.push_back(home / root);
+        EXPECT_EQ(lmStudioModelRoots(home.path(), Facts::real()), expected) << c.pointer;
+    }
 }
 
 TEST(ModelLibrary, LooseRootsAreRealFoldersOnce) {
