@@ -1,5 +1,6 @@
 // orvane models end to end: a home with an Ollama store built from real manifests and a Hugging
-// Face model, another store given by --ollama, bad input, and the recorded Mac of alex.
+// Face model, another store given by --ollama, bad input, and the recorded Mac of alex with its
+// small Ollama store.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -64,9 +65,13 @@ TEST(ModelsCommand, AHomeAndAnotherStore) {
         {"models {D}/none", 2, C::err, "orvane: {D}/none is not a folder.\n", C::whole},
         {"models {D} --ollama {D}/none", 2, C::err, "orvane: {D}/none is not a folder.\n", C::whole},
         {"models {D} --speed 0", 2, C::err, "orvane: --speed must be a number of Mbit/s above 0.\n", C::whole},
-        // A recording without du or find measures nothing and finds no models; nothing is written.
-        {testing::kAlexReplay + "models", 0, C::out, "No models in /Users/alex.\n", C::whole},
-        {testing::kAlexReplay + "models --json", 0, C::out, "\"ollama\": []", C::contains},
+        // The recording holds a store but no du or find runs: the store is read from its files.
+        {testing::kAlexReplay + "models", 0, C::out,
+         "1 model in /Users/alex, largest first:\n    4.66 GB  llama3:latest  (Ollama, GGUF)\n", C::contains},
+        {testing::kAlexReplay + "models", 0, C::out,
+         "Ollama store /Users/alex/.ollama/models\n    4.66 GB  llama3:latest  (4.66 GB its own, 5 blobs)\n"
+         "  Orphan blobs: 1, 2 GB\n",
+         C::contains},
     };
     testing::expectCommands(cases);
 }
