@@ -154,7 +154,7 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
     }
     if (auto files = recording.system.find("files"); files != recording.system.end()) {
         const std::string wrong = path + " does not decode: \"files\" must map paths to {\"size\", \"allocated\", "
-                                         "\"modified\", \"dataless\"}.";
+                                         "\"modified\", \"accessed\", \"dataless\"}.";
         if (!files->is_object()) return wrong;
         for (const auto& [place, said] : files->items()) {
             if (!said.is_object()) return wrong;
@@ -164,9 +164,10 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
                     auto bytes = jsonByteCount(value);
                     if (!bytes) return wrong;
                     (key == "size" ? file.size : file.allocated) = *bytes;
-                } else if (key == "modified") {
-                    file.modified = value.is_string() ? parseISO8601(value.get<std::string>()) : std::nullopt;
-                    if (!file.modified) return wrong;
+                } else if (key == "modified" || key == "accessed") {
+                    auto& date = key == "modified" ? file.modified : file.accessed;
+                    date = value.is_string() ? parseISO8601(value.get<std::string>()) : std::nullopt;
+                    if (!date) return wrong;
                 } else if (key == "dataless" && value.is_boolean()) {
                     file.dataless = value.get<bool>();
                 } else {
@@ -331,6 +332,7 @@ Facts recordedFacts(std::shared_ptr<const Recording> recording) {
             facts->modifiedSeconds = seconds.count();
             facts->modifiedNanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(since1970 - seconds).count();
         }
+        if (file.accessed) facts->accessedSeconds = Clock::to_time_t(*file.accessed);
         if (file.dataless) facts->flags = *file.dataless ? facts->flags | platform::kFlagDataless
                                                          : facts->flags & ~platform::kFlagDataless;
         return facts;

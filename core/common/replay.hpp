@@ -10,8 +10,8 @@
 //   DIR/system.json  what system calls said: "homeVolume" {"totalCapacity", "availableCapacity",
 //                    "availableCapacityForImportantUsage"}, "rootDevice", "fileSystemType",
 //                    "temporaryFolder", "volumes" [{"path", "name", "isLocal"}], "refused" (paths whose listing was refused), "now"
-//                    (ISO 8601), "files" {PATH: {"size", "allocated", "modified" (ISO 8601),
-//                    "dataless"}} (what lstat said of a file where the recording's copy can't
+//                    (ISO 8601), "files" {PATH: {"size", "allocated", "modified", "accessed"
+//                    (ISO 8601), "dataless"}} (what lstat said of a file where the recording's copy can't
 //                    say it: a cloud placeholder); a missing key is unknown, never zero
 //   DIR/xattrs.json  extended attributes by path, then by name: {"/Applications/X.app":
 //                    {"com.apple.quarantine": "0083;...", "com.apple.metadata:kMDItemWhereFroms":
@@ -43,6 +43,7 @@ struct RecordedFile {
     std::optional<std::int64_t> size;
     std::optional<std::int64_t> allocated;
     std::optional<TimePoint> modified;
+    std::optional<TimePoint> accessed;
     std::optional<bool> dataless;
 };
 
