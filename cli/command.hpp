@@ -127,6 +127,7 @@ void addMoveCommands(Registry& registry);
 void addAutoMoveCommands(Registry& registry);
 void addMediaCommand(Registry& registry);
 void addCloudCommands(Registry& registry);
+void addAIDataCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

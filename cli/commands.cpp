@@ -14,6 +14,7 @@ void registerCommands(Registry& registry) {
     addGenuineCommand(registry);
     addDupesCommands(registry);  // dupes, dupes merge
     addCloudCommands(registry);  // cloud fetch
+    addAIDataCommand(registry);
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);
