@@ -128,6 +128,7 @@ void addAutoMoveCommands(Registry& registry);
 void addMediaCommand(Registry& registry);
 void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
+void addAIDataCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

@@ -15,6 +15,7 @@ void registerCommands(Registry& registry) {
     addDupesCommands(registry);  // dupes, dupes merge
     addCloudCommands(registry);  // cloud fetch
     addModelsCommand(registry);
+    addAIDataCommand(registry);
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "cli/command.hpp"
+#include "core/ai/ai_app_data_offers.hpp"
 #include "core/apps/app_bundle_inventory.hpp"
 #include "core/apps/leftovers.hpp"
 #include "core/apps/uninstall_plan.hpp"
@@ -122,6 +123,18 @@ std::string requireAppBundle(const std::string& typed, const Facts& facts) {
     return app;
 }
 
+// What an AI app keeps beyond the Library folders (its models, wherever its settings put them),
+// offered with the rest. A place shared with other tools, used by another installed app too, or on
+// a drive that is away starts unticked; so does every one when some app could not be seen.
+void addAIDataRows(UninstallPlan& plan, const InstalledApps& installed, const std::string& home, const Facts& facts) {
+    std::vector<AIOtherApp> others;
+    for (const auto& other : installed.apps)
+        if (standardizePath(other.path) != standardizePath(plan.app)) others.push_back({other.name, other.bundleID, std::nullopt});
+    for (const auto& offer : aiAppDataOffers(plan.appName, plan.bundleID, std::nullopt, others, facts))
+        addUninstallRow(plan, offer.path, UninstallSource::aiData, offer.preselected && installed.complete, offer.note,
+                        home);
+}
+
 struct JudgedRow {
     UninstallPlanRow row;
     std::optional<std::string> refusal;
@@ -225,6 +238,7 @@ Result runUninstall(const LeftoversOptions& options, const Invocation& in) {
         result.notes.push_back("Not every Applications folder could be read, so the app's named leftovers are left "
                                "out: another app may still use them.");
     }
+    addAIDataRows(plan, installed, home, facts);
     const StoredProtectList protections = storedProtections(facts);
     if (!protections.list) result.notes.push_back(protections.problem);
     std::vector<std::string> paths;

@@ -1,7 +1,6 @@
 #include "core/apps/uninstall_plan.hpp"
 
 #include <algorithm>
-#include <set>
 
 #include "core/apps/installer_receipts.hpp"
 #include "core/apps/leftover_ownership.hpp"
@@ -52,6 +51,7 @@ std::string_view rawValue(UninstallSource source) {
         case UninstallSource::receipt: return "receipt";
         case UninstallSource::zap: return "zap";
         case UninstallSource::emptiedFolder: return "emptiedFolder";
+        case UninstallSource::aiData: return "aiData";
     }
     return "bundle";
 }
@@ -65,15 +65,9 @@ UninstallPlan uninstallPlan(const std::string& app, const std::string& home, con
     plan.cask = HomebrewCasks::cask(app, home, {HomebrewCasks::defaultCaskrooms.begin(), HomebrewCasks::defaultCaskrooms.end()},
                                     facts);
 
-    std::set<std::string> seen;
     auto add = [&](std::string path, UninstallSource source, bool on, std::string_view note,
                    std::optional<std::string> packageID = std::nullopt) {
-        if (!seen.insert(path).second) return;
-        UninstallRowState state = uninstallRow(path, on, note);
-        // What is protected by default is shown, never ticked: the person may still choose it.
-        if (auto builtIn = builtInProtection(path, home); builtIn && state.on)
-            state = {false, "Protected by Velloran Orvane: " + lowercased(builtIn->label) + ". " + builtIn->why};
-        plan.rows.push_back({std::move(path), source, state.on, std::move(state.note), std::move(packageID)});
+        addUninstallRow(plan, std::move(path), source, on, note, home, std::move(packageID));
     };
 
     if (!plan.cask) add(app, UninstallSource::bundle, true, "The app itself");
@@ -110,6 +104,17 @@ UninstallPlan uninstallPlan(const std::string& app, const std::string& home, con
     if (auto emptied = emptiedVendorFolder(app, {"/Applications", appendingPathComponent(home, "Applications")}, remaining))
         add(*emptied, UninstallSource::emptiedFolder, true, "The folder that held the app, empty without it");
     return plan;
+}
+
+void addUninstallRow(UninstallPlan& plan, std::string path, UninstallSource source, bool on, std::string_view note,
+                     const std::string& home, std::optional<std::string> packageID) {
+    if (std::any_of(plan.rows.begin(), plan.rows.end(), [&](const UninstallPlanRow& row) { return row.path == path; }))
+        return;
+    UninstallRowState state = uninstallRow(path, on, note);
+    // What is protected by default is shown, never ticked: the person may still choose it.
+    if (auto builtIn = builtInProtection(path, home); builtIn && state.on)
+        state = {false, "Protected by Velloran Orvane: " + lowercased(builtIn->label) + ". " + builtIn->why};
+    plan.rows.push_back({std::move(path), source, state.on, std::move(state.note), std::move(packageID)});
 }
 
 }  // namespace orvane

@@ -14,7 +14,9 @@
 
 namespace orvane {
 
-enum class UninstallSource { bundle, leftover, vendorFolder, receipt, zap, emptiedFolder };
+// aiData: what an AI app's rule and settings lead to (its models, wherever they are), added by the
+// caller from core/ai's offers.
+enum class UninstallSource { bundle, leftover, vendorFolder, receipt, zap, emptiedFolder, aiData };
 std::string_view rawValue(UninstallSource source);
 
 struct UninstallPlanRow {
@@ -39,5 +41,10 @@ struct UninstallPlan {
 // them or not). Activation data and what is protected by default start unticked.
 UninstallPlan uninstallPlan(const std::string& app, const std::string& home, const std::vector<AppRef>& installed,
                             const Facts& facts = Facts::real());
+
+// Adds a row unless the plan has its path already, judged as every row is: activation data and
+// what is protected by default start unticked, whatever `on` asks.
+void addUninstallRow(UninstallPlan& plan, std::string path, UninstallSource source, bool on, std::string_view note,
+                     const std::string& home, std::optional<std::string> packageID = std::nullopt);
 
 }  // namespace orvane
