@@ -66,7 +66,12 @@ TEST(DupesCommands, RefusesWhereStorageCannotBeShared) {
                          ") cannot share storage between files. Nothing was changed.\n"),
               std::string::npos)
         << o.out;
-    EXPECT_EQ(platform::lstatFacts(copy), before);
+    // Comparing the copy reads it, which may move its access time into the next second; nothing
+    // else of it may change.
+    auto after = platform::lstatFacts(copy);
+    ASSERT_TRUE(after && before);
+    after->accessedSeconds = before->accessedSeconds;
+    EXPECT_EQ(after, before);
     EXPECT_EQ(platform::lstatFacts(keeper)->size, 70000);
 }
 
