@@ -13,11 +13,7 @@ using testing::CommandCase;
 using C = CommandCase;
 using Json = nlohmann::json;
 
-Json column(const Json& rows, const char* key) {
-    Json values = Json::array();
-    for (const auto& row : rows) values.push_back(row[key]);
-    return values;
-}
+using testing::column;
 
 TEST(MediaCommand, TheRecordedMac) {
     testing::TempDir scratch;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,6 +50,13 @@ struct CommandCase {
     std::function<void(const TempDir&)> setup = {};
     std::string prefix = {};
 };
+
+// The values of one key across the rows of a JSON list, to compare a column at once.
+inline nlohmann::json column(const nlohmann::json& rows, const char* key) {
+    nlohmann::json values = nlohmann::json::array();
+    for (const auto& row : rows) values.push_back(row[key]);
+    return values;
+}
 
 inline std::string withDir(std::string text, const std::string& dir) {
     for (std::size_t at = 0; (at = text.find("{D}", at)) != std::string::npos; at += dir.size())
