@@ -11,6 +11,7 @@
 #include "core/common/text.hpp"
 #include "core/ledger/ledger.hpp"
 #include "core/scan/disk_measure.hpp"
+#include "core/update/support_folder.hpp"
 
 namespace orvane::cli {
 
@@ -39,7 +40,10 @@ Registry::Registry(CLI::App& app) : app_(app) {
     app_.add_option("--ledger-dir", "Keep the ledger (moves, history, journals, protections) in DIR instead of its "
                                     "usual folder")
         ->type_name("DIR")
-        ->each([](const std::string& dir) { Ledger::setTestDirOverride(absolutePath(dir)); });
+        ->each([this](const std::string& dir) {
+            Ledger::setTestDirOverride(absolutePath(dir));
+            ledgerDirGiven_ = true;
+        });
 }
 
 CLI::App* Registry::add(CLI::App& parent, std::string name, std::string help, Run run) {
@@ -61,6 +65,19 @@ CLI::App* Registry::group(std::string name, std::string help) {
     return group;
 }
 
+namespace {
+
+// The app's former name left its ledger under the old folder name; it moves once, before
+// anything reads or repairs the ledger. A failure is said once and the launch goes on: the old
+// folder stays where it was, whole.
+void moveSupportFolderToItsNewName() {
+    const std::string homeFolder = Facts::real().home("");
+    const auto outcome = migrateSupportFolder(ProductName::legacySupportDir(homeFolder), ProductName::supportDir(homeFolder));
+    if (const auto* failed = std::get_if<migration::Failed>(&outcome)) printError(failed->reason);
+}
+
+}  // namespace
+
 int Registry::execute(const Run& run, bool json) {
     try {
         std::optional<Facts> recorded;
@@ -69,6 +86,7 @@ int Registry::execute(const Run& run, bool json) {
             if (!load.recording) throw OVError(load.error);
             recorded = recordedFacts(std::make_shared<const Recording>(std::move(*load.recording)));
         }
+        if (!recorded && !ledgerDirGiven_) moveSupportFolderToItsNewName();
         Progress progress(!json);
         Result result = run(Invocation{recorded ? *recorded : Facts::real(), json, progress});
         progress.clear();

@@ -24,6 +24,9 @@
 
 namespace orvane::cli {
 
+// This program's version, which updates are compared with.
+inline constexpr std::string_view kProgramVersion = "0.1.0";
+
 // Exit statuses of every command.
 enum Exit : int {
     kDone = 0,      // done, or allowed
@@ -73,6 +76,7 @@ private:
 
     CLI::App& app_;
     std::string replayDir_;
+    bool ledgerDirGiven_ = false;
     int exitCode_ = kDone;
 };
 
@@ -129,6 +133,7 @@ void addMediaCommand(Registry& registry);
 void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
 void addAIDataCommand(Registry& registry);
+void addUpdateCommands(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

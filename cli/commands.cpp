@@ -25,7 +25,8 @@ void registerCommands(Registry& registry) {
     addArtifactsCommand(registry);
     addJanitorsCommand(registry);
     addPlanCommands(registry);
-    addHelperCommands(registry);
+    addHelperCommands(registry);  // helper version, perform, status, clients
+    addUpdateCommands(registry);  // update check, pkg-team
     addProtectCommands(registry);
 }
 

@@ -6,7 +6,7 @@ int main(int argc, char** argv) {
         "Velloran Orvane finds where a disk's space went, says how sure each figure is, and "
         "carries out clean-up decisions without losing anything irreplaceable."};
     app.name("orvane");
-    app.set_version_flag("--version", "orvane 0.1.0");
+    app.set_version_flag("--version", "orvane " + std::string(orvane::cli::kProgramVersion));
     orvane::cli::Registry registry(app);
     orvane::cli::registerCommands(registry);
     return registry.run(argc, argv);

@@ -318,6 +318,11 @@ bool apiRequestSchemeAllowed(std::string_view url, bool allowLoopback) {
     return allowLoopback && scheme == "http" && isLoopbackHost(urlPart(parsed, CURLUPART_HOST));
 }
 
+bool isHTTPSWithHost(std::string_view url) {
+    const auto parsed = parseURL(url);
+    return parsed && asciiLower(urlPart(parsed, CURLUPART_SCHEME)) == "https" && !urlPart(parsed, CURLUPART_HOST).empty();
+}
+
 bool bearerHostAllowed(std::string_view url, const std::vector<std::string>& allowedHosts) {
     const auto parsed = parseURL(url);
     if (asciiLower(urlPart(parsed, CURLUPART_SCHEME)) != "https") return false;

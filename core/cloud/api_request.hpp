@@ -49,6 +49,8 @@ bool isLoopbackHost(std::string_view host);
 // HTTPS, or with `allowLoopback` plain HTTP to a loopback host. An empty or scheme-less address
 // is refused.
 bool apiRequestSchemeAllowed(std::string_view url, bool allowLoopback);
+// An address that parses, whose scheme is HTTPS in any case and whose host is not empty.
+bool isHTTPSWithHost(std::string_view url);
 // An HTTPS address whose host is exactly one of `allowedHosts` (case aside): a subdomain is not.
 bool bearerHostAllowed(std::string_view url, const std::vector<std::string>& allowedHosts);
 // Whether a redirect to `to` may carry the credential sent to `originHost`: the same host only.

@@ -1,6 +1,5 @@
 #include "core/common/property_list.hpp"
 
-#include <openssl/evp.h>
 #include <plist/plist.h>
 
 #include <chrono>
@@ -10,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "core/common/base64.hpp"
 #include "core/common/facts.hpp"
 #include "core/common/format.hpp"
 #include "core/common/json_files.hpp"
@@ -28,15 +28,6 @@ struct PlistFree {
 struct MallocFree {
     void operator()(char* text) const { std::free(text); }
 };
-
-std::string base64(const char* bytes, std::uint64_t length) {
-    if (length == 0) return {};
-    std::string out(4 * ((length + 2) / 3) + 1, '\0');
-    const int written = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()),
-                                        reinterpret_cast<const unsigned char*>(bytes), static_cast<int>(length));
-    out.resize(written < 0 ? 0 : static_cast<std::size_t>(written));
-    return out;
-}
 
 std::optional<nlohmann::json> convert(plist_t node, int depth) {
     if (!node || depth > kMaxDepth) return std::nullopt;
@@ -105,7 +96,7 @@ std::optional<nlohmann::json> convert(plist_t node, int depth) {
             std::uint64_t length = 0;
             const char* bytes = plist_get_data_ptr(node, &length);
             if (length > static_cast<std::uint64_t>(std::numeric_limits<int>::max()) / 2) return std::nullopt;
-            return nlohmann::json(base64(bytes, length));
+            return nlohmann::json(base64Encoded(std::string_view(bytes, length)));
         }
         case PLIST_UID: {
             std::uint64_t value = 0;

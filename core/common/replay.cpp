@@ -1,12 +1,12 @@
 #include "core/common/replay.hpp"
 
-#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <climits>
 #include <memory>
 
+#include "core/common/base64.hpp"
 #include "core/common/json_files.hpp"
 #include "core/common/path.hpp"
 #include "core/common/text.hpp"
@@ -185,19 +185,6 @@ std::optional<std::string> loadSystem(const std::string& dir, Recording& recordi
     return std::nullopt;
 }
 
-std::optional<std::string> fromBase64(const std::string& text) {
-    if (text.size() % 4 != 0) return std::nullopt;
-    std::string out(text.size() / 4 * 3, '\0');
-    const int written = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(out.data()),
-                                        reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
-    if (written < 0) return std::nullopt;
-    // EVP_DecodeBlock counts the padding as bytes; each "=" stands for one byte too many.
-    std::size_t padding = 0;
-    for (auto it = text.rbegin(); it != text.rend() && *it == '=' && padding < 2; ++it) ++padding;
-    out.resize(static_cast<std::size_t>(written) - padding);
-    return out;
-}
-
 std::optional<std::string> loadExtendedAttributes(const std::string& dir, Recording& recording) {
     const std::string path = dir + "/xattrs.json";
     const RecordedJSON parsed = readRecordedJSON(path, "extended attributes");
@@ -214,7 +201,7 @@ std::optional<std::string> loadExtendedAttributes(const std::string& dir, Record
                 continue;
             }
             auto encoded = value.is_object() ? value.find("base64") : value.end();
-            auto bytes = encoded != value.end() && encoded->is_string() ? fromBase64(encoded->get<std::string>())
+            auto bytes = encoded != value.end() && encoded->is_string() ? base64Decoded(encoded->get<std::string>())
                                                                        : std::nullopt;
             if (!bytes) return wrong;
             attributes[name] = *bytes;
