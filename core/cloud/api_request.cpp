@@ -319,6 +319,9 @@ bool apiRequestSchemeAllowed(std::string_view url, bool allowLoopback) {
 }
 
 bool isHTTPSWithHost(std::string_view url) {
+    // libcurl reads "https:///a" as the host "a"; an address written with no authority has no host.
+    const auto authority = url.find("://");
+    if (authority == std::string_view::npos || url.substr(authority + 3).starts_with('/')) return false;
     const auto parsed = parseURL(url);
     return parsed && asciiLower(urlPart(parsed, CURLUPART_SCHEME)) == "https" && !urlPart(parsed, CURLUPART_HOST).empty();
 }

@@ -107,6 +107,10 @@ TEST_F(DaemonTest, EndToEndThroughTheFrontEnd) {
     auto version = orvane({"helper", "version", "--socket", daemon.socket()}, dir_);
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "6\n");
+    auto status = orvane({"helper", "status", "--socket", daemon.socket()}, dir_);
+    EXPECT_EQ(status.status, 0);
+    EXPECT_NE(status.out.find("Decision: current, privileged steps go through the helper."), std::string::npos)
+        << status.out;
 
     temp_.write("doomed");
     auto removed = perform(daemon, R"({"removePath":{"_0":")" + dir_ + R"(/doomed"}})");
