@@ -1,5 +1,6 @@
 // Grouping a large drive's records into probable copies: 200,000 files as a synced drive holds
-// them, most small, a share of big ones, and some saved twice in the same second.
+// them, most small, a share of big ones, and some saved twice in the same second. Beside it, the
+// other check of what arrives from the network: the signature of a 64 KB update feed.
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -7,6 +8,8 @@
 #include <vector>
 
 #include "core/cloud/cloud_inventory.hpp"
+#include "core/update/update_feed.hpp"
+#include "tests/support/test_signer.hpp"
 
 namespace {
 
@@ -45,6 +48,21 @@ void BM_GroupProbableDupes200k(benchmark::State& state) {
     state.counters["groups"] = static_cast<double>(groups);
 }
 BENCHMARK(BM_GroupProbableDupes200k)->Unit(benchmark::kMillisecond);
+
+void BM_VerifyFeed64KB(benchmark::State& state) {
+    const orvane::testing::TestSigner signer;
+    const std::string key = signer.publicKeyBase64();
+    std::string feed = R"({"version":"9.9","download_url":"https://example.com/a.zip","notes":")";
+    feed.append(64 * 1024 - feed.size() - 2, 'n').append("\"}");
+    const std::string signature = signer.sign(feed);
+    for (auto _ : state) {
+        auto verdict = orvane::verifyFeed(feed, signature, key);
+        if (!std::holds_alternative<orvane::feed::Verified>(verdict)) state.SkipWithError("the feed did not verify");
+        benchmark::DoNotOptimize(verdict);
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(feed.size()));
+}
+BENCHMARK(BM_VerifyFeed64KB)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
