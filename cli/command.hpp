@@ -129,6 +129,7 @@ void addMediaCommand(Registry& registry);
 void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
 void addAIDataCommand(Registry& registry);
+void addWatchCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 
