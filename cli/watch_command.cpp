@@ -222,7 +222,8 @@ void describe(const Watch& w, Result& result) {
     if (w.runway) result.line(*w.runway);
     if (w.lowest) result.line("Lowest free space: " + fmtBytes(w.lowest->free) + " on " + fmtMediumDate(w.lowest->date) + ".");
     if (w.weekAgo) {
-        result.line("A week before: " + fmtBytes(w.weekAgo->free) + " free on " + fmtMediumDate(w.weekAgo->date) + ".");
+        result.line("Since the scan of " + fmtMediumDate(w.weekAgo->date) + " (" + fmtBytes(w.weekAgo->free) + " free)" +
+                    (w.growth.empty() ? ", no category grew by 100 MB or more." : ":"));
         for (const auto& g : w.growth) result.line("  grew " + fmtBytes(g.grew) + ": " + g.id);
     }
     if (w.osUpdateLoss) result.line("The last system update took " + fmtBytes(*w.osUpdateLoss) + " of free space.");
