@@ -42,7 +42,7 @@ ScanSnapshot trendPoint(const std::vector<SpaceItem>& items, std::int64_t free, 
 }
 
 OSScanHistory afterScan(OSScanHistory history, const std::string& os, std::int64_t free) {
-    if (free < 0) return history;
+    if (free < 0 || os.empty()) return history;
     if (history.newest && history.newest->os != os) history.beforeUpdate = history.newest;
     history.newest = OSAtScan{os, free};
     return history;

@@ -32,8 +32,8 @@ struct OSScanHistory {
 };
 
 // The history once a scan under `os` saw `free`: when the version differs from the newest scan's,
-// that scan becomes the one before the update. A scan whose free space is unknown changes nothing,
-// so that it can neither hide nor fake an update's cost.
+// that scan becomes the one before the update. A scan whose free space or version is unknown
+// changes nothing, so that it can neither hide nor fake an update's cost.
 OSScanHistory afterScan(OSScanHistory history, const std::string& os, std::int64_t free);
 
 // In the user defaults: "ov.watch.osAtNewestScan", "ov.watch.freeAtNewestScan",

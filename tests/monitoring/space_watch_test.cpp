@@ -127,6 +127,7 @@ TEST(SpaceWatch, HistoryAndTone) {
     OSScanHistory os = afterScan({}, "A", 50 * GB);
     os = afterScan(os, "A", 48 * GB);
     EXPECT_EQ(afterScan(os, "B", -1), os);
+    EXPECT_EQ(afterScan(os, "", GB), os);
     os = afterScan(os, "B", 40 * GB);
     os = afterScan(os, "B", 39 * GB);
     EXPECT_EQ(os, (OSScanHistory{OSAtScan{"A", 48 * GB}, OSAtScan{"B", 39 * GB}}));
