@@ -276,7 +276,8 @@ void addWatchCommand(Registry& registry) {
         "tenth of what was free), when the disk fills at this pace, what grew most since a week before, the free "
         "space a system update took, swap when it passes 1 GB, how old the files in ~/Downloads are, which findings "
         "of the last scan of your home are gone or smaller, what is reclaimable and the next steps. Nothing is "
-        "changed. Exit 1 when the tone is drop or low, so that a scheduled job can warn.",
+        "changed. Exit 1 when the tone is drop or low, so that a scheduled job can warn; 2 on a recorded Mac, whose "
+        "history is not kept here.",
         [](const Invocation& in) { return runWatch(in, [&in] { return meminfoSwapUsed(in.facts); }); });
 }
 
