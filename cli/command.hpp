@@ -134,6 +134,7 @@ void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
 void addAIDataCommand(Registry& registry);
 void addUpdateCommands(Registry& registry);
+void addWatchCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

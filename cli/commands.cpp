@@ -19,6 +19,7 @@ void registerCommands(Registry& registry) {
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);
+    addWatchCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

@@ -3,6 +3,8 @@
 
 #include "cli/command.hpp"
 #include "core/common/path.hpp"
+#include "core/monitoring/os_version.hpp"
+#include "core/monitoring/watch_inputs.hpp"
 #include "core/privileged/client.hpp"
 #include "core/scan/disk_measure.hpp"
 #include "core/scan/generic_scan.hpp"
@@ -88,6 +90,14 @@ Result runScan(const ScanOptions& options, const Invocation& in) {
     for (auto& item : dump.items) item = applyingProtection(std::move(item), protection(item.id, list, {}, {}, userHome));
     result.json = toJSON(dump, JSONDateEncoding::iso8601);
     describe(result, dump, scope, root);
+    // The watch's history is this machine's: a recorded Mac's scan leaves nothing behind.
+    if (!facts.recorded) {
+        const auto scanned = facts.mount(root), homeMount = facts.mount(userHome);
+        const bool onHomeFileSystem = scanned && homeMount && scanned->mountPoint == homeMount->mountPoint &&
+                                      scanned->device == homeMount->device;
+        rememberScanForWatch(scope, dump.items, dump.free, dump.total, onHomeFileSystem, currentOSVersion(facts),
+                             facts.now());
+    }
     return result;
 }
 

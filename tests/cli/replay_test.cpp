@@ -90,7 +90,7 @@ TEST_F(Recording, CapturedRunsAnswerAsTheRealToolsDid) {
     EXPECT_EQ(duReplayed.out, du.out);
 
     auto items = [](const std::string& json) { return nlohmann::json::parse(json).at("items"); };
-    const auto scan = runOrvane("scan " + real + " --json", scratch_.path());
+    const auto scan = runOrvane("--ledger-dir " + scratch_.path() + "/ledger scan " + real + " --json", scratch_.path());
     const auto scanReplayed = runOrvane(replay("scan " + real + " --json"), scratch_.path());
     ASSERT_EQ(scanReplayed.status, 0) << scanReplayed.err;
     EXPECT_EQ(items(scanReplayed.out), items(scan.out));
