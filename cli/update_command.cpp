@@ -70,7 +70,11 @@ FetchedFeed fetchedFeed(const std::string& url, const CheckOptions& options) {
 FetchedFeed feedFromFile(const std::string& typed) {
     const std::string path = absolutePath(typed);
     FetchedFeed fetched;
-    fetched.data = readInput(path, kFeedBudget);
+    auto feed = readFile(path, kFeedBudget);
+    if (!feed.bytes && feed.failure == ReadFailure::tooLarge)
+        throw OVError(path + " is larger than 1 MiB, more than any update feed.");
+    if (!feed.bytes) throw OVError("Cannot read " + path + ": it " + std::string(readFailureClause(feed.failure)) + ".");
+    fetched.data = std::move(*feed.bytes);
     auto signature = readFile(path + std::string(feedSignatureSuffix), kFeedBudget);
     if (signature.bytes) fetched.signatureText = std::move(*signature.bytes);
     return fetched;
