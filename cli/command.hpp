@@ -22,6 +22,11 @@
 #include "core/common/ov_error.hpp"
 #include "core/safety/protection.hpp"
 
+namespace orvane {
+struct CleanupReport;
+struct GenericScanDump;
+}  // namespace orvane
+
 namespace orvane::cli {
 
 // This program's version, which updates are compared with.
@@ -134,6 +139,15 @@ void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
 void addAIDataCommand(Registry& registry);
 void addUpdateCommands(Registry& registry);
+void addReportCommand(Registry& registry);
+
+// The report of `root`, from a scan already made (`scanned`) or one it makes while it walks.
+// Saves the folder's disk tree for the next report, unless the world is a recording.
+CleanupReport buildCleanupReport(const std::string& root, const Facts& facts, Progress& progress,
+                                 const GenericScanDump* scanned);
+// Writes the page (`format` "html" or "md") to `typedOut`, or by its usual name in the working
+// folder or the folder set as autoSummaryDir; the file's path.
+std::string writeCleanupReport(const CleanupReport& report, const std::string& typedOut, const std::string& format);
 void addWatchCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);

@@ -20,6 +20,7 @@ void registerCommands(Registry& registry) {
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);
     addWatchCommand(registry);
+    addReportCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

@@ -12,11 +12,6 @@ namespace orvane::cli {
 
 std::string shown(std::string_view name) { return escapeControlCharacters(name); }
 
-std::string counted(std::int64_t count, std::string_view one, std::string_view many) {
-    std::string word(count == 1 ? one : (many.empty() ? std::string(one) + "s" : std::string(many)));
-    return std::to_string(count) + " " + word;
-}
-
 std::string sizeText(std::int64_t bytes) { return bytes < 0 ? "unknown" : fmtBytes(bytes); }
 
 Table::Table(std::vector<Align> columns) : columns_(std::move(columns)) {}

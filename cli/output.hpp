@@ -3,6 +3,8 @@
 // "unknown" for what was not measured, and a progress line that only a terminal sees.
 #pragma once
 
+#include "core/common/format.hpp"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -12,9 +14,6 @@ namespace orvane::cli {
 
 // A name or path as a terminal may show it: control characters and bad UTF-8 escaped.
 std::string shown(std::string_view name);
-
-// "1 finding", "3 findings"; `many` defaults to `one` + "s".
-std::string counted(std::int64_t count, std::string_view one, std::string_view many = {});
 
 // fmtBytes, or "unknown" for a size that was not measured (any negative count).
 std::string sizeText(std::int64_t bytes);

@@ -3,14 +3,20 @@
 
 #include "cli/command.hpp"
 #include "core/common/path.hpp"
+#include "core/common/json_files.hpp"
+#include "core/ledger/user_defaults.hpp"
 #include "core/monitoring/os_version.hpp"
+#include "core/monitoring/space_watch.hpp"
 #include "core/monitoring/watch_inputs.hpp"
 #include "core/privileged/client.hpp"
+#include "core/report/cleanup_report.hpp"
 #include "core/scan/disk_measure.hpp"
 #include "core/scan/generic_scan.hpp"
 
 namespace orvane::cli {
 namespace {
+
+constexpr std::string_view kLastSummaryKey = "ov.watch.lastSummary";
 
 struct ScanOptions {
     std::string path;
@@ -48,6 +54,28 @@ void describe(Result& result, const GenericScanDump& dump, const ScanScope& scop
                             dump.elapsed, note(dump.privilege)));
     if (dump.skippedNames > 0)
         result.line(counted(static_cast<std::int64_t>(dump.skippedNames), "name") + " skipped: not valid UTF-8.");
+}
+
+// The weekly scan is the first scan of the home folder a week or more after the last summary:
+// nothing here runs on a schedule of its own.
+constexpr auto kSummaryInterval = std::chrono::hours(24 * 7);
+
+void writeWeeklySummaryIfDue(const std::string& root, const GenericScanDump& dump, const Facts& facts, Progress& progress,
+                             Result& result) {
+    const auto config = SpaceWatchConfig::from([](std::string_view key) { return userDefault(key); });
+    if (!config.autoSummaryAfterWeeklyScan) return;
+    const auto stored = userDefault(kLastSummaryKey);
+    const auto last = stored && stored->is_string() ? parseISO8601(stored->get<std::string>()) : std::nullopt;
+    const TimePoint now = facts.now();
+    if (last && now - *last < kSummaryInterval) return;
+    try {
+        const auto report = buildCleanupReport(root, facts, progress, &dump);
+        const std::string file = writeCleanupReport(report, "", config.autoSummaryFormat == "md" ? "md" : "html");
+        setUserDefault(kLastSummaryKey, iso8601(now));
+        result.line("The weekly summary is at " + file + ".");
+    } catch (const OVError& error) {
+        result.notes.push_back("The weekly summary was not written: " + error.msg);
+    }
 }
 
 Result runScan(const ScanOptions& options, const Invocation& in) {
@@ -97,6 +125,7 @@ Result runScan(const ScanOptions& options, const Invocation& in) {
                                       scanned->device == homeMount->device;
         rememberScanForWatch(scope, dump.items, dump.free, dump.total, onHomeFileSystem, currentOSVersion(facts),
                              facts.now());
+        if (root == userHome) writeWeeklySummaryIfDue(root, dump, facts, in.progress, result);
     }
     return result;
 }

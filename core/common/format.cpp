@@ -140,4 +140,9 @@ std::string fmtAgo(TimePoint date, TimePoint now) {
     return future || delta == 0 ? "in " + amount : amount + " ago";
 }
 
+std::string counted(std::int64_t count, std::string_view one, std::string_view many) {
+    std::string word(count == 1 ? one : (many.empty() ? std::string(one) + "s" : std::string(many)));
+    return std::to_string(count) + " " + word;
+}
+
 }  // namespace orvane

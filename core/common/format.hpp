@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 namespace orvane {
 
@@ -46,5 +47,8 @@ std::string fmtMediumDateShortTime(TimePoint date);
 
 // A relative date against `now`: "5 minutes ago", "in 2 days", "1 year ago".
 std::string fmtAgo(TimePoint date, TimePoint now = Clock::now());
+
+// "1 file", "2 files"; `many` when the plural is not the word and an "s".
+std::string counted(std::int64_t count, std::string_view one, std::string_view many = {});
 
 }  // namespace orvane

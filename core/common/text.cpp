@@ -280,4 +280,49 @@ int localizedStandardCompare(std::string_view a, std::string_view b) {
     return 0;
 }
 
+// Bytes as text, each ill-formed sequence replaced by U+FFFD as its maximal part that could have
+// begun a character, the way the platform's decoder repairs.
+std::string repairedUTF8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    std::size_t i = 0;
+    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+    while (i < bytes.size()) {
+        const unsigned char lead = byte(i);
+        std::size_t length = 0;
+        unsigned char low = 0x80, high = 0xBF;
+        if (lead < 0x80)
+            length = 1;
+        else if (lead >= 0xC2 && lead <= 0xDF)
+            length = 2;
+        else if (lead >= 0xE0 && lead <= 0xEF) {
+            length = 3;
+            if (lead == 0xE0) low = 0xA0;
+            if (lead == 0xED) high = 0x9F;
+        } else if (lead >= 0xF0 && lead <= 0xF4) {
+            length = 4;
+            if (lead == 0xF0) low = 0x90;
+            if (lead == 0xF4) high = 0x8F;
+        }
+        if (length == 0) {
+            text += "\xEF\xBF\xBD";
+            ++i;
+            continue;
+        }
+        std::size_t taken = 1;
+        while (taken < length && i + taken < bytes.size()) {
+            const unsigned char next = byte(i + taken);
+            const bool fits = taken == 1 ? (next >= low && next <= high) : (next >= 0x80 && next <= 0xBF);
+            if (!fits) break;
+            ++taken;
+        }
+        if (taken == length)
+            text.append(bytes.substr(i, length));
+        else
+            text += "\xEF\xBF\xBD";
+        i += taken;
+    }
+    return text;
+}
+
 }  // namespace orvane

@@ -54,6 +54,10 @@ int localizedStandardCompare(std::string_view a, std::string_view b);
 // Whether the text is well-formed UTF-8.
 bool isValidUTF8(std::string_view text);
 
+// Bytes as text, each ill-formed sequence replaced by U+FFFD as its maximal part that could have
+// begun a character, the way the platform's decoder repairs.
+std::string repairedUTF8(std::string_view bytes);
+
 // The text made safe for one line of a terminal or a log: control characters (C0, DEL, C1) and
 // the Unicode line and paragraph separators become "\n", "\r", "\t" or "\xNN" per byte, and so
 // does every byte that is not valid UTF-8, so that a name can neither move the cursor nor start a
