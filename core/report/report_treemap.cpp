@@ -78,10 +78,10 @@ public:
                 folder(piece.path, rects[i], depth + 1);
                 continue;
             }
-            const bool labelled = piece.kind == TileKind::finding && rects[i].width >= limits_.labelWidth &&
-                                  rects[i].height >= limits_.labelHeight;
+            const bool named = piece.kind == TileKind::finding && rects[i].width >= limits_.labelWidth &&
+                               rects[i].height >= limits_.labelHeight;
             TreemapTile tile{rects[i], piece.kind, piece.path, piece.bytes, std::nullopt, std::nullopt,
-                             labelled ? lastPathComponent(piece.path) : std::string(), depth + 1};
+                             named ? lastPathComponent(piece.path) : std::string(), depth + 1};
             if (piece.finding) {
                 tile.fileKind = fileKindOf(*piece.finding);
                 tile.safety = piece.finding->safety;
