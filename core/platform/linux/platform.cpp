@@ -22,6 +22,7 @@
 #include <sstream>
 #include <vector>
 
+#include "core/platform/host_figures.hpp"
 #include "core/platform/mount_table.hpp"
 #include "core/platform/platform.hpp"
 
@@ -344,5 +345,33 @@ void syncFileSystem(const std::string& path) {
     if (::syncfs(fd) != 0) ::sync();
     ::close(fd);
 }
+
+// The "cpu" line comes first; the rest of /proc/stat (one line per interrupt source) is not needed.
+constexpr std::size_t kProcStatHead = 4096;
+constexpr std::size_t kProcMeminfoBytes = 16384;
+
+std::optional<CPUTicks> cpuLoadTicks() {
+    const auto text = readKernelFile("/proc/stat", kProcStatHead);
+    return text ? parseCPUTicks(*text) : std::nullopt;
+}
+
+HostMemory hostMemory() {
+    const auto text = readKernelFile("/proc/meminfo", kProcMeminfoBytes);
+    return text ? parseMemInfo(*text) : HostMemory{};
+}
+
+std::uint64_t physicalMemoryBytes() {
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0) return 0;
+    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
+}
+
+std::optional<std::int32_t> memoryPressureLevel() {
+    // Absent on kernels built without pressure stall information: the level is then unknown.
+    const auto text = readKernelFile("/proc/pressure/memory", 4096);
+    return text ? parseMemoryPressureLevel(*text) : std::nullopt;
+}
+
+std::optional<BatteryReading> battery() { return batteryIn("/sys/class/power_supply"); }
 
 }  // namespace orvane::platform
