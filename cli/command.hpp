@@ -129,6 +129,8 @@ void addMediaCommand(Registry& registry);
 void addCloudCommands(Registry& registry);
 void addModelsCommand(Registry& registry);
 void addAIDataCommand(Registry& registry);
+void addHealthCommand(Registry& registry);
+void addCompressEstimateCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

@@ -19,6 +19,8 @@ void registerCommands(Registry& registry) {
     addMoveCommands(registry);  // destinations, move
     addAutoMoveCommands(registry);  // automove, automove set
     addMediaCommand(registry);
+    addCompressEstimateCommand(registry);
+    addHealthCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);
