@@ -123,51 +123,63 @@ std::optional<std::string> readKernelFile(const std::string& path, std::size_t m
     struct stat st{};
     std::optional<std::string> text;
     if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
-        std::string bytes(maxBytes, '\0');
-        std::size_t filled = 0;
-        for (;;) {
-            if (filled == maxBytes) break;
-            const ssize_t got = ::read(fd, bytes.data() + filled, maxBytes - filled);
+        text.emplace();
+        char chunk[4096];
+        while (text && text->size() < maxBytes) {
+            const std::size_t wanted = std::min(sizeof chunk, maxBytes - text->size());
+            const ssize_t got = ::read(fd, chunk, wanted);
             if (got < 0 && errno == EINTR) continue;
-            if (got < 0) {
-                filled = SIZE_MAX;
-                break;
-            }
-            if (got == 0) break;
-            filled += static_cast<std::size_t>(got);
-        }
-        if (filled != SIZE_MAX) {
-            bytes.resize(filled);
-            text = std::move(bytes);
+            if (got < 0) text.reset();
+            if (got <= 0) break;
+            text->append(chunk, static_cast<std::size_t>(got));
+            // The kernel fills a read of its files as far as it can, so a short one is the end:
+            // asking again would only cost another call.
+            if (static_cast<std::size_t>(got) < wanted) break;
         }
     }
     ::close(fd);
     return text;
 }
 
-std::optional<BatteryReading> batteryIn(const std::string& powerSupplyFolder) {
-    DIR* folder = ::opendir(powerSupplyFolder.c_str());
-    if (!folder) return std::nullopt;
+namespace {
+
+constexpr std::size_t kAttributeBytes = 4096;
+
+std::string attribute(const std::string& folder, const std::string& name, const char* file) {
+    std::string text = readKernelFile(folder + "/" + name + "/" + file, kAttributeBytes).value_or("");
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::string> batteryNamesIn(const std::string& powerSupplyFolder) {
     std::vector<std::string> names;
+    DIR* folder = ::opendir(powerSupplyFolder.c_str());
+    if (!folder) return names;
     while (const dirent* entry = ::readdir(folder)) {
         const std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
     }
     ::closedir(folder);
     std::sort(names.begin(), names.end());
-    constexpr std::size_t kAttributeBytes = 4096;
-    const auto attribute = [&](const std::string& name, const char* file) {
-        std::string text = readKernelFile(powerSupplyFolder + "/" + name + "/" + file, kAttributeBytes).value_or("");
-        while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
-        return text;
-    };
-    for (const auto& name : names) {
-        if (attribute(name, "type") != "Battery") continue;
-        const auto capacity = wholeNumber(attribute(name, "capacity"));
+    std::erase_if(names, [&](const std::string& name) { return attribute(powerSupplyFolder, name, "type") != "Battery"; });
+    return names;
+}
+
+std::optional<BatteryReading> batteryReadingIn(const std::string& powerSupplyFolder,
+                                               const std::vector<std::string>& batteryNames) {
+    for (const auto& name : batteryNames) {
+        const auto capacity = wholeNumber(attribute(powerSupplyFolder, name, "capacity"));
         if (!capacity || *capacity > INT32_MAX) continue;
-        return BatteryReading{static_cast<std::int32_t>(*capacity), attribute(name, "status") == "Charging"};
+        return BatteryReading{static_cast<std::int32_t>(*capacity),
+                              attribute(powerSupplyFolder, name, "status") == "Charging"};
     }
     return std::nullopt;
+}
+
+std::optional<BatteryReading> batteryIn(const std::string& powerSupplyFolder) {
+    return batteryReadingIn(powerSupplyFolder, batteryNamesIn(powerSupplyFolder));
 }
 
 }  // namespace orvane::platform

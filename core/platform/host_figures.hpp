@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/platform/platform.hpp"
 
@@ -29,6 +30,11 @@ std::optional<std::int32_t> parseMemoryPressureLevel(std::string_view pressure);
 // "Battery" and whose "capacity" is a whole number; "status" "Charging" means charging. None when
 // there is none. Only regular files are read, each within a few KiB and without waiting.
 std::optional<BatteryReading> batteryIn(const std::string& powerSupplyFolder);
+// The two halves of batteryIn: the entries of type "Battery", by name, and the first of them that
+// tells its charge.
+std::vector<std::string> batteryNamesIn(const std::string& powerSupplyFolder);
+std::optional<BatteryReading> batteryReadingIn(const std::string& powerSupplyFolder,
+                                               const std::vector<std::string>& batteryNames);
 
 // A small kernel file's text, at most `maxBytes`: opened without following a final link or
 // waiting, and only if it is a regular file (as /proc and /sys files are). None otherwise.

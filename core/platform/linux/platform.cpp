@@ -13,6 +13,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <mutex>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -372,6 +374,25 @@ std::optional<std::int32_t> memoryPressureLevel() {
     return text ? parseMemoryPressureLevel(*text) : std::nullopt;
 }
 
-std::optional<BatteryReading> battery() { return batteryIn("/sys/class/power_supply"); }
+std::optional<BatteryReading> battery() {
+    // Listing the folder and asking every entry its type costs more than the rest of a health
+    // sample, and which entries are batteries changes only when one is plugged in; so the names
+    // are kept for a minute, and only the charge is read each time.
+    static constexpr const char* kFolder = "/sys/class/power_supply";
+    static std::mutex lock;
+    static std::vector<std::string> names;
+    static std::optional<std::chrono::steady_clock::time_point> listed;
+    std::vector<std::string> batteries;
+    {
+        std::lock_guard guard(lock);
+        const auto now = std::chrono::steady_clock::now();
+        if (!listed || now - *listed > std::chrono::minutes(1)) {
+            names = batteryNamesIn(kFolder);
+            listed = now;
+        }
+        batteries = names;
+    }
+    return batteryReadingIn(kFolder, batteries);
+}
 
 }  // namespace orvane::platform
