@@ -29,6 +29,7 @@ SpaceItem fileItem(const std::string& path, const platform::FileFacts& facts) {
 void addFilesUnder(const std::string& root, std::uint64_t device, const Facts& facts, std::vector<SpaceItem>& items,
                    std::set<std::string>& seen, Progress& progress) {
     std::vector<std::string> folders = {root};
+    std::size_t shownAt = 0;
     while (!folders.empty()) {
         const std::string folder = std::move(folders.back());
         folders.pop_back();
@@ -43,7 +44,10 @@ void addFilesUnder(const std::string& root, std::uint64_t device, const Facts& f
             if (entry->isDirectory()) folders.push_back(path);
             else if (entry->isRegularFile() && seen.insert(path).second) items.push_back(fileItem(path, *entry));
         }
-        if (items.size() % 1000 == 0) progress.show(fmt::format("Looking through {}… {} files", root, items.size()));
+        if (items.size() >= shownAt + 1000) {
+            shownAt = items.size();
+            progress.show(fmt::format("Looking through {}… {} files", root, items.size()));
+        }
     }
     progress.clear();
 }
