@@ -69,7 +69,6 @@ TEST(HealthSampler, TheLiveMachineAnswers) {
     EXPECT_GT(first.scopeFree, 0);
     EXPECT_GT(first.bootFree, 0);
     EXPECT_GE(first.swapUsed, 0);
-    EXPECT_NE(currentMemoryPressure(), MemoryPressure::critical);  // a test machine that is, is in no state to say
 }
 
 TEST(HealthSentences, AtTheirEdges) {
