@@ -149,6 +149,8 @@ CleanupReport buildCleanupReport(const std::string& root, const Facts& facts, Pr
 // folder or the folder set as autoSummaryDir; the file's path.
 std::string writeCleanupReport(const CleanupReport& report, const std::string& typedOut, const std::string& format);
 void addWatchCommand(Registry& registry);
+void addHealthCommand(Registry& registry);
+void addCompressEstimateCommand(Registry& registry);
 // `cloud fetch`, under the group `cloud`.
 void addCloudFetchCommand(Registry& registry, CLI::App& cloud);
 

@@ -21,6 +21,8 @@ void registerCommands(Registry& registry) {
     addMediaCommand(registry);
     addWatchCommand(registry);
     addReportCommand(registry);
+    addCompressEstimateCommand(registry);
+    addHealthCommand(registry);
     addUnreadableCommand(registry);
     addLedgerCommands(registry);  // repair, history, moves
     addVerdictCommand(registry);

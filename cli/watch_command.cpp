@@ -13,6 +13,8 @@
 #include "core/ledger/ledger.hpp"
 #include "core/ledger/user_defaults.hpp"
 #include "core/monitoring/fill_forecast.hpp"
+#include "core/monitoring/health_sample.hpp"
+#include "core/monitoring/health_sentences.hpp"
 #include "core/monitoring/space_watch.hpp"
 #include "core/monitoring/watch_inputs.hpp"
 #include "core/scan/reconciliation.hpp"
@@ -23,23 +25,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::int64_t kGB = 1'000'000'000;
-
-// The swap in use, from /proc/meminfo's SwapTotal less SwapFree; -1 when it cannot be read.
-// A stand-in for the health sampler's reading of the same figure, handed to the command as a
-// function so that one replaces the other without touching the rest.
-std::int64_t meminfoSwapUsed(const Facts& facts) {
-    auto read = facts.read("/proc/meminfo", 64 * 1024);
-    if (!read.bytes) return -1;
-    std::optional<std::int64_t> total, free;
-    for (const auto& line : splitDroppingEmpties(*read.bytes, '\n')) {
-        long long kib = 0;
-        char unit[8] = {};
-        if (std::sscanf(line.c_str(), "SwapTotal: %lld %7s", &kib, unit) == 2) total = kib;
-        if (std::sscanf(line.c_str(), "SwapFree: %lld %7s", &kib, unit) == 2) free = kib;
-    }
-    if (!total || !free || *total < *free || *total > kMaxByteCount / 1024) return -1;
-    return (*total - *free) * 1024;
-}
 
 Json orNull(const std::optional<std::int64_t>& value) { return value ? Json(*value) : Json(); }
 Json orNull(const std::optional<std::string>& value) { return value ? Json(*value) : Json(); }
@@ -227,8 +212,7 @@ void describe(const Watch& w, Result& result) {
         for (const auto& g : w.growth) result.line("  grew " + fmtBytes(g.grew) + ": " + g.id);
     }
     if (w.osUpdateLoss) result.line("The last system update took " + fmtBytes(*w.osUpdateLoss) + " of free space.");
-    // A stand-in for the health sampler's sentence on swap.
-    if (w.swap) result.line("Swap in use: " + fmtBytes(*w.swap) + " of the disk stands in for memory.");
+    if (w.swap) result.line(swapSentence(*w.swap));
 
     result.line();
     result.line(fmt::format("Downloads: {} (recent {}, 1 to 6 months {}, older {}{}){}", fmtBytes(w.downloads.total()),
@@ -278,7 +262,7 @@ void addWatchCommand(Registry& registry) {
         "of the last scan of your home are gone or smaller, what is reclaimable and the next steps. Nothing is "
         "changed. Exit 1 when the tone is drop or low, so that a scheduled job can warn; 2 on a recorded Mac, whose "
         "history is not kept here.",
-        [](const Invocation& in) { return runWatch(in, [&in] { return meminfoSwapUsed(in.facts); }); });
+        [](const Invocation& in) { return runWatch(in, currentSwapUsed); });
 }
 
 }  // namespace orvane::cli

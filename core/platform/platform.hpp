@@ -188,4 +188,48 @@ struct ShareResult {
 };
 ShareResult shareStorage(const std::string& keeper, const std::string& copy, const std::string& working);
 
+// Processor time of all processors since boot, in the kernel's ticks, as macOS's
+// HOST_CPU_LOAD_INFO counts it: four 32-bit counters that wrap.
+struct CPUTicks {
+    std::uint32_t user = 0;
+    std::uint32_t system = 0;
+    std::uint32_t idle = 0;
+    std::uint32_t nice = 0;
+    bool operator==(const CPUTicks&) const = default;
+};
+// None when the kernel will not tell (host_statistics on macOS, /proc/stat on Linux).
+std::optional<CPUTicks> cpuLoadTicks();
+
+// Memory as the kernel counts it. `held` is what apps cannot have back at once: wired plus
+// compressed on macOS, MemTotal less MemAvailable on Linux; `total` is what `held` is a share of.
+struct HostMemory {
+    std::optional<std::uint64_t> held;
+    std::optional<std::uint64_t> total;
+    std::optional<std::int64_t> swapUsed;  // bytes of swap in use
+    bool operator==(const HostMemory&) const = default;
+};
+// One reading of the kernel's figures (host_statistics64 and "vm.swapusage" on macOS,
+// /proc/meminfo on Linux); each figure none where it could not be read.
+HostMemory hostMemory();
+
+// The bytes of physical memory (hw.memsize on macOS, sysconf's pages on Linux); 0 when unknown.
+std::uint64_t physicalMemoryBytes();
+
+// The kernel's memory-pressure level as macOS numbers it: 1 normal, 2 warning, 4 critical
+// ("kern.memorystatus_vm_pressure_level"; on Linux derived from /proc/pressure/memory). None when
+// it cannot be read.
+std::optional<std::int32_t> memoryPressureLevel();
+
+struct BatteryReading {
+    std::int32_t percent = 0;
+    bool charging = false;
+    bool operator==(const BatteryReading&) const = default;
+};
+// The first battery that tells its charge; none when there is no such battery.
+std::optional<BatteryReading> battery();
+
+// The bytes an unprivileged user may still write on the file system of `path` (statvfs's
+// f_bavail times f_frsize); none when it cannot be asked.
+std::optional<std::int64_t> freeBytes(const std::string& path);
+
 }  // namespace orvane::platform

@@ -4,6 +4,10 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <libproc.h>
+#include <mach/mach.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/ps/IOPSKeys.h>
+#include <IOKit/ps/IOPowerSources.h>
 #include <copyfile.h>
 #include <sys/attr.h>
 #include <sys/clonefile.h>
@@ -196,5 +200,75 @@ ShareResult shareStorage(const std::string& keeper, const std::string& copy, con
 bool isRemovableDevice(const std::string& /*device*/) { return false; }
 
 void syncFileSystem(const std::string& /*path*/) { ::sync(); }
+
+namespace {
+// One send right for the life of the process: mach_host_self() hands out another on every call.
+host_t theHost() {
+    static const host_t host = ::mach_host_self();
+    return host;
+}
+}  // namespace
+
+std::optional<CPUTicks> cpuLoadTicks() {
+    host_cpu_load_info_data_t load{};
+    mach_msg_type_number_t count = HOST_CPU_LOAD_INFO_COUNT;
+    if (::host_statistics(theHost(), HOST_CPU_LOAD_INFO, reinterpret_cast<host_info_t>(&load), &count) != KERN_SUCCESS)
+        return std::nullopt;
+    return CPUTicks{load.cpu_ticks[CPU_STATE_USER], load.cpu_ticks[CPU_STATE_SYSTEM], load.cpu_ticks[CPU_STATE_IDLE],
+                    load.cpu_ticks[CPU_STATE_NICE]};
+}
+
+std::uint64_t physicalMemoryBytes() {
+    std::uint64_t bytes = 0;
+    std::size_t size = sizeof bytes;
+    return ::sysctlbyname("hw.memsize", &bytes, &size, nullptr, 0) == 0 ? bytes : 0;
+}
+
+HostMemory hostMemory() {
+    HostMemory memory;
+    vm_statistics64_data_t vm{};
+    mach_msg_type_number_t count = HOST_VM_INFO64_COUNT;
+    if (::host_statistics64(theHost(), HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&vm), &count) == KERN_SUCCESS) {
+        memory.held = (static_cast<std::uint64_t>(vm.wire_count) + vm.compressor_page_count) *
+                      static_cast<std::uint64_t>(vm_kernel_page_size);
+        memory.total = physicalMemoryBytes();
+    }
+    struct xsw_usage swap{};
+    std::size_t size = sizeof swap;
+    if (::sysctlbyname("vm.swapusage", &swap, &size, nullptr, 0) == 0)
+        memory.swapUsed = static_cast<std::int64_t>(swap.xsu_used);
+    return memory;
+}
+
+std::optional<std::int32_t> memoryPressureLevel() {
+    std::int32_t level = 0;
+    std::size_t size = sizeof level;
+    if (::sysctlbyname("kern.memorystatus_vm_pressure_level", &level, &size, nullptr, 0) != 0) return std::nullopt;
+    return level;
+}
+
+std::optional<BatteryReading> battery() {
+    CFTypeRef info = ::IOPSCopyPowerSourcesInfo();
+    if (!info) return std::nullopt;
+    std::optional<BatteryReading> reading;
+    if (CFArrayRef sources = ::IOPSCopyPowerSourcesList(info)) {
+        for (CFIndex i = 0, n = ::CFArrayGetCount(sources); i < n && !reading; ++i) {
+            CFDictionaryRef description = ::IOPSGetPowerSourceDescription(info, ::CFArrayGetValueAtIndex(sources, i));
+            if (!description) continue;
+            const void* capacity = ::CFDictionaryGetValue(description, CFSTR(kIOPSCurrentCapacityKey));
+            int percent = 0;
+            if (!capacity || ::CFGetTypeID(capacity) != ::CFNumberGetTypeID() ||
+                ::CFNumberIsFloatType(static_cast<CFNumberRef>(capacity)) ||
+                !::CFNumberGetValue(static_cast<CFNumberRef>(capacity), kCFNumberIntType, &percent))
+                continue;
+            const void* charging = ::CFDictionaryGetValue(description, CFSTR(kIOPSIsChargingKey));
+            reading = BatteryReading{percent, charging && ::CFGetTypeID(charging) == ::CFBooleanGetTypeID() &&
+                                                  ::CFBooleanGetValue(static_cast<CFBooleanRef>(charging))};
+        }
+        ::CFRelease(sources);
+    }
+    ::CFRelease(info);
+    return reading;
+}
 
 }  // namespace orvane::platform

@@ -13,6 +13,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <mutex>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -22,6 +24,7 @@
 #include <sstream>
 #include <vector>
 
+#include "core/platform/host_figures.hpp"
 #include "core/platform/mount_table.hpp"
 #include "core/platform/platform.hpp"
 
@@ -343,6 +346,53 @@ void syncFileSystem(const std::string& path) {
     }
     if (::syncfs(fd) != 0) ::sync();
     ::close(fd);
+}
+
+// The "cpu" line comes first; the rest of /proc/stat (one line per interrupt source) is not needed.
+constexpr std::size_t kProcStatHead = 4096;
+constexpr std::size_t kProcMeminfoBytes = 16384;
+
+std::optional<CPUTicks> cpuLoadTicks() {
+    const auto text = readKernelFile("/proc/stat", kProcStatHead);
+    return text ? parseCPUTicks(*text) : std::nullopt;
+}
+
+HostMemory hostMemory() {
+    const auto text = readKernelFile("/proc/meminfo", kProcMeminfoBytes);
+    return text ? parseMemInfo(*text) : HostMemory{};
+}
+
+std::uint64_t physicalMemoryBytes() {
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0) return 0;
+    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
+}
+
+std::optional<std::int32_t> memoryPressureLevel() {
+    // Absent on kernels built without pressure stall information: the level is then unknown.
+    const auto text = readKernelFile("/proc/pressure/memory", 4096);
+    return text ? parseMemoryPressureLevel(*text) : std::nullopt;
+}
+
+std::optional<BatteryReading> battery() {
+    // Listing the folder and asking every entry its type costs more than the rest of a health
+    // sample, and which entries are batteries changes only when one is plugged in; so the names
+    // are kept for a minute, and only the charge is read each time.
+    static constexpr const char* kFolder = "/sys/class/power_supply";
+    static std::mutex lock;
+    static std::vector<std::string> names;
+    static std::optional<std::chrono::steady_clock::time_point> listed;
+    std::vector<std::string> batteries;
+    {
+        std::lock_guard guard(lock);
+        const auto now = std::chrono::steady_clock::now();
+        if (!listed || now - *listed > std::chrono::minutes(1)) {
+            names = batteryNamesIn(kFolder);
+            listed = now;
+        }
+        batteries = names;
+    }
+    return batteryReadingIn(kFolder, batteries);
 }
 
 }  // namespace orvane::platform

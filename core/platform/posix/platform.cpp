@@ -3,9 +3,11 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <climits>
+#include <cstdint>
 #include <vector>
 
 #include "core/platform/platform.hpp"
@@ -123,6 +125,14 @@ std::string walkablePath(std::string_view canonicalPath) {
             return std::string(canonicalPath.substr(8));
     }
     return std::string(canonicalPath);
+}
+
+std::optional<std::int64_t> freeBytes(const std::string& path) {
+    struct statvfs vfs{};
+    if (::statvfs(path.c_str(), &vfs) != 0) return std::nullopt;
+    std::int64_t bytes = 0;
+    if (__builtin_mul_overflow(vfs.f_bavail, vfs.f_frsize, &bytes)) return std::nullopt;
+    return bytes;
 }
 
 }  // namespace orvane::platform
