@@ -201,7 +201,9 @@ namespace {
 Result runReport(const ReportOptions& options, const Invocation& in) {
     if (options.format != "html" && options.format != "md")
         throw OVError("--format is html or md, not \"" + options.format + "\".");
-    const std::string root = readableFolder(options.path, in.facts);
+    std::string root = readableFolder(options.path, in.facts);
+    // A link to a folder is reported as the folder it leads to: the walk follows no link.
+    if (const auto seen = in.facts.lstat(root); seen && seen->isSymlink()) root = in.facts.resolve(root).value_or(root);
     const CleanupReport report = buildCleanupReport(root, in.facts, in.progress, nullptr);
     const std::string file = writeCleanupReport(report, options.out, options.format);
     Result result;
@@ -222,7 +224,7 @@ void addReportCommand(Registry& registry) {
         "safely, moved or only reviewed, the disk's figures with how sure each is, free space over time, identical "
         "copies among the findings, project folders that rebuild themselves, and what could not be read or is "
         "left out. The page is one HTML file that needs no network. Prints its path; --json prints the report's "
-        "data instead. Nothing on the disk is changed.",
+        "data instead. Besides the page and the folder sizes kept for the next report, nothing is written.",
         [options](const Invocation& in) { return runReport(*options, in); });
     report->add_option("PATH", options->path, "The folder to report on")->required();
     report->add_option("--out", options->out,
