@@ -76,6 +76,28 @@ TEST(ReportCommand, ARecordedMacGetsItsPageWithoutHistory) {
     EXPECT_TRUE(said);
 }
 
+TEST(ReportCommand, TheWeeklyScanOfTheHomeWritesTheSummaryOnce) {
+    TempDir dir;
+    dir.write("home/big.bin", std::string(11'000'000, 'b'));
+    dir.write("ledger/user-defaults.json",
+              nlohmann::json{{"autoSummaryAfterWeeklyScan", true}, {"autoSummaryFormat", "md"},
+                             {"autoSummaryDir", dir / "summaries"}}
+                  .dump());
+    std::filesystem::create_directory(dir / "summaries");
+    const std::string scan = "--ledger-dir " + (dir / "ledger") + " scan " + (dir / "home");
+    auto o = runOrvane(scan, dir.path(), "HOME=" + (dir / "home"));
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_NE(o.out.find("The weekly summary is at " + (dir / "summaries/orvane-report-")), std::string::npos) << o.out;
+    std::vector<std::string> written;
+    for (const auto& entry : std::filesystem::directory_iterator(dir / "summaries")) written.push_back(entry.path());
+    ASSERT_EQ(written.size(), 1U);
+    EXPECT_TRUE(written[0].ends_with(".md"));
+    EXPECT_NE(readFile(written[0]).value_or("").find("big.bin"), std::string::npos);
+    // Within the week the next scan writes none.
+    o = runOrvane(scan, dir.path(), "HOME=" + (dir / "home"));
+    EXPECT_EQ(o.out.find("weekly summary"), std::string::npos) << o.out;
+}
+
 // The pixels of a PNG screenshot: whether any two differ, read with zlib from its IDAT chunks.
 bool pngHasContent(const std::string& png) {
     std::string compressed;
