@@ -141,6 +141,11 @@ std::string readableFolder(const std::string& typed, const Facts& facts) {
     return folder;
 }
 
+bool onHomeFileSystem(const std::string& path, const Facts& facts) {
+    const auto at = facts.mount(path), home = facts.mount(facts.home(""));
+    return at && home && at->mountPoint == home->mountPoint && at->device == home->device;
+}
+
 std::string ledgerFile(const Facts& facts, std::string_view name) {
     const std::string folder =
         facts.recorded ? facts.home("Library/Application Support/Velloran Orvane") : Ledger::dir();

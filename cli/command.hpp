@@ -85,6 +85,9 @@ private:
     int exitCode_ = kDone;
 };
 
+// Whether `path` lies on the file system of the home folder, whose figures the disk's are.
+bool onHomeFileSystem(const std::string& path, const Facts& facts);
+
 // Every command, registered in the order --help lists them.
 void registerCommands(Registry& registry);
 

@@ -32,11 +32,6 @@ struct ReportOptions {
     std::string format = "html";
 };
 
-bool onHomeFileSystem(const std::string& root, const Facts& facts) {
-    const auto scanned = facts.mount(root), home = facts.mount(facts.home(""));
-    return scanned && home && scanned->mountPoint == home->mountPoint && scanned->device == home->device;
-}
-
 std::string dayOf(TimePoint date) { return iso8601(date).substr(0, 10); }
 
 std::vector<ReportRow> protectedRows(std::vector<SpaceItem> items, const Facts& facts, std::vector<std::string>& leftOut) {

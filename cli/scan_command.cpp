@@ -120,10 +120,7 @@ Result runScan(const ScanOptions& options, const Invocation& in) {
     describe(result, dump, scope, root);
     // The watch's history is this machine's: a recorded Mac's scan leaves nothing behind.
     if (!facts.recorded) {
-        const auto scanned = facts.mount(root), homeMount = facts.mount(userHome);
-        const bool onHomeFileSystem = scanned && homeMount && scanned->mountPoint == homeMount->mountPoint &&
-                                      scanned->device == homeMount->device;
-        rememberScanForWatch(scope, dump.items, dump.free, dump.total, onHomeFileSystem, currentOSVersion(facts),
+        rememberScanForWatch(scope, dump.items, dump.free, dump.total, onHomeFileSystem(root, facts), currentOSVersion(facts),
                              facts.now());
         if (root == userHome) writeWeeklySummaryIfDue(root, dump, facts, in.progress, result);
     }

@@ -99,9 +99,7 @@ Result runStorage(const StorageOptions& options, const Invocation& in) {
     const Facts facts = askingEachToolOnce(in.facts);
     const std::string home = facts.home("");
     const std::string root = readableFolder(options.path, facts);
-    const auto rootMount = facts.mount(root), homeMount = facts.mount(home);
-    if (!rootMount || !homeMount || rootMount->mountPoint != homeMount->mountPoint ||
-        rootMount->device != homeMount->device)
+    if (!onHomeFileSystem(root, facts))
         throw OVError(root + " is not on the disk of the home folder " + home + ", whose figures these are.");
 
     std::int64_t scanned = 0;
